@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstddef>
+
+/** The C runtime's reporter of broken assertions: prints the report and aborts. Declared here
+ * because <assert.h> hides it from builds with NDEBUG, and these checks stay in every build. */
+extern "C" void __assert_fail(const char* expression, const char* file, unsigned int line,
+                              const char* function) noexcept __attribute__((__noreturn__));
+
+namespace ZyFmt {
+
+/**
+ * A growable write area: a stretch of free bytes, [writePtr, endPtr), that writers fill in place.
+ *
+ * A writer asks for room with getBuffer, stores bytes at writePtr, and commits them by advancing
+ * writePtr. Bytes before writePtr are output and belong to the buffer; bytes from writePtr on are
+ * scratch. Every call that can reach allocateSpace may move both pointers to other memory, so a
+ * writer reads them again after it.
+ *
+ * One thread at a time uses a write area.
+ */
+class [[gnu::visibility("default")]] DynamicBufferInterface {
+ public:
+   char* writePtr = nullptr;  ///< Next free byte. Writers move it forward, buffers anywhere.
+   char* endPtr = nullptr;    ///< One past the last free byte. Moved by the buffer alone.
+
+   /** Makes at least `count` bytes free; all committed bytes stay in the output, in order. */
+   virtual void allocateSpace(size_t count) = 0;
+   virtual ~DynamicBufferInterface() = default;
+
+   /** Count of free bytes. */
+   size_t rlen() const {
+      return static_cast<size_t>(endPtr - writePtr);
+   }
+
+   /** Makes sure that `required` bytes are free and returns writePtr, which it never advances.
+    * Stops the process when the buffer could not make the room. */
+   char* getBuffer(size_t required) {
+      if (endPtr - writePtr < static_cast<ptrdiff_t>(required)) [[unlikely]]
+         grow(required);
+      return writePtr;
+   }
+
+ private:
+   [[gnu::noinline, gnu::cold]] void grow(size_t required) {
+      allocateSpace(required);
+      if (endPtr - writePtr < static_cast<ptrdiff_t>(required))
+         __assert_fail("endPtr - writePtr >= ptrdiff_t( required )", "ZyStrings/StringBuffer", 94,
+                       "char* ZyFmt::DynamicBufferInterface::getBuffer(size_t)");
+   }
+};
+
+}  // namespace ZyFmt
