@@ -1,11 +1,8 @@
 #pragma once
 
 #include <climits>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string_view>
 
 #include "render/Number.h"
@@ -104,28 +101,16 @@ int piece(Renderer& to, Part... parts) {
    return static_cast<int>(length);
 }
 
-/** A second walk through an argument list. */
-class ListCopy {
- public:
-   explicit ListCopy(va_list list) { va_copy(list_, list); }
-   ListCopy(const ListCopy&) = delete;
-   ListCopy& operator=(const ListCopy&) = delete;
-   ~ListCopy() { va_end(list_); }
-   va_list& list() { return list_; }
-
- private:
-   va_list list_;
-};
-
 /** Formats a piece in the write area, and commits it if it fits; otherwise makes room for it. */
 struct Attempt {
    int length;
    bool fitted;  // or failed: a second attempt would not help
 };
-inline Attempt formatInPlace(PrintBuffer& buffer, const char* fmt, va_list args) {
+template <class Arguments>
+Attempt formatInPlace(PrintBuffer& buffer, const char* fmt, Arguments& args) {
    char* out = buffer.getBuffer(1);
    const size_t room = buffer.rlen();
-   const int length = std::vsnprintf(out, room, fmt, args);
+   const int length = args.print(out, room, fmt);
    if (length < 0)
       return {length, true};
    if (static_cast<size_t>(length) < room) {
@@ -136,34 +121,41 @@ inline Attempt formatInPlace(PrintBuffer& buffer, const char* fmt, va_list args)
    return {length, false};
 }
 
-struct FreeText {
-   void operator()(char* string) const { std::free(string); }
-};
-
-inline int formatAside(PrintBuffer& buffer, const char* fmt, va_list args) {
-   char* string = nullptr;
-   const int length = vasprintf(&string, fmt, args);
+/** Formats a piece for rawWrite. */
+template <class Arguments>
+int formatAside(PrintBuffer& buffer, const char* fmt, Arguments& args) {
+   constexpr size_t kUsual = 512;
+   PieceRoom room(kUsual);
+   const int length = args.print(room.start(), kUsual, fmt);
    if (length < 0)
-      return length;  // the string is not set
-   const std::unique_ptr<char, FreeText> owner(string);
-   buffer.rawWrite(string, static_cast<size_t>(length));
+      return length;
+   const auto size = static_cast<size_t>(length);
+   if (size < kUsual) {
+      buffer.rawWrite(room.start(), size);
+      return length;
+   }
+   PieceRoom longRoom(size + 1);
+   if (longRoom.start() == nullptr || args.print(longRoom.start(), size + 1, fmt) != length)
+      return -1;  // no memory, or a string has changed under the formatter's hands
+   buffer.rawWrite(longRoom.start(), size);
    return length;
 }
 
 /** Writes a printf-style piece. */
-inline int formatted(Renderer& to, const char* fmt, va_list args) {
+template <class Arguments>
+int formatted(Renderer& to, const char* fmt, Arguments& args) {
+   PrintBuffer& buffer = *to.buffer;
    if (!to.buffered)
-      return formatAside(*to.buffer, fmt, args);
-   ListCopy again(args);
-   const Attempt first = formatInPlace(*to.buffer, fmt, args);
+      return formatAside(buffer, fmt, args);
+   const Attempt first = formatInPlace(buffer, fmt, args);
    if (first.fitted)
       return first.length;
    // The text fits now, unless a string has grown under the formatter's hands.
-   const size_t room = to.buffer->rlen();
-   const int length = std::vsnprintf(to.buffer->writePtr, room, fmt, again.list());
+   const size_t room = buffer.rlen();
+   const int length = args.print(buffer.writePtr, room, fmt);
    if (length < 0 || static_cast<size_t>(length) >= room)
       return -1;
-   to.buffer->writePtr += length;
+   buffer.writePtr += length;
    return length;
 }
 

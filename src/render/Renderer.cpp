@@ -1,5 +1,6 @@
 #include "render/Renderer.h"
 
+#include "render/Arguments.h"
 #include "render/Emit.h"
 
 namespace vorel {
@@ -73,6 +74,8 @@ struct Engine {
    const char* function;
 };
 
+constexpr Engine kUncounted = {
+      false, 810, "int vorel::Renderer::addJsonAttributesNoArgCount(const char*, __va_list_tag*)"};
 constexpr Engine kCounted = {
       true, 592, "int vorel::Renderer::addJsonAttributes(const char*, int, __va_list_tag*)"};
 
@@ -140,11 +143,11 @@ int item(Renderer& to, const AttrInfo& info, const Engine& engine, int result) {
    impossible(engine.line, engine.function);
 }
 
-/** Writes `count` records from `args`. */
-int items(Renderer& to, int count, va_list args, const Engine& engine) {
+/** Writes `count` records, taken from `list`. */
+int items(Renderer& to, int count, va_list list, const Engine& engine) {
    int result = 0;
    for (; count > 0; --count) {
-      const AttrInfo& info = *va_arg(args, const AttrInfo*);
+      const AttrInfo& info = *va_arg(list, const AttrInfo*);
       if (info.suppressed)
          continue;
       emit::separator(to);
@@ -283,18 +286,19 @@ int Renderer::addFrills(const char* fmt, ...) {
       return 0;
    if (format != outputFormatText)
       impossible(503, "int vorel::Renderer::addFrills(const char*, ...)");
-   va_list args;
-   va_start(args, fmt);
-   const int length = emit::formatted(*this, fmt, args);
-   va_end(args);
-   return emit::raiseIfFailed(length);
+   va_list list;
+   va_start(list, fmt);
+   ListArguments args(list);
+   va_end(list);
+   return emit::raiseIfFailed(emit::formatted(*this, fmt, args));
 }
 
-int Renderer::addVaFrillsWrapper(const char* fmt, int, va_list args) {
+int Renderer::addVaFrillsWrapper(const char* fmt, int, va_list list) {
    if (format == outputFormatJson)
       return 0;
    if (format != outputFormatText)
       impossible(375, "int vorel::Renderer::addVaFrillsWrapper(const char*, int, __va_list_tag*)");
+   ListArguments args(list);
    if (!buffered)
       return emit::formatAside(*buffer, fmt, args);
    const emit::Attempt attempt = emit::formatInPlace(*buffer, fmt, args);
@@ -303,16 +307,18 @@ int Renderer::addVaFrillsWrapper(const char* fmt, int, va_list args) {
 
 int Renderer::addAttributes(const char* fmt, int count, ...) {
    raiseSigIntIfNeeded();
-   va_list args;
-   va_start(args, count);
+   va_list list;
+   va_start(list, count);
    int length = 0;
-   if (format == outputFormatText)
+   if (format == outputFormatText) {
+      ListArguments args(list);
       length = emit::formatted(*this, fmt, args);
-   else if (format == outputFormatJson)
-      length = addJsonAttributes(fmt, count, args);
-   else
+   } else if (format == outputFormatJson) {
+      length = items(*this, count, list, kCounted);
+   } else {
       impossible(338, "int vorel::Renderer::addAttributes(const char*, int, ...)");
-   va_end(args);
+   }
+   va_end(list);
    return emit::raiseIfFailed(length);
 }
 
@@ -320,15 +326,37 @@ int Renderer::addAttributesJson(int count, ...) {
    raiseSigIntIfNeeded();
    if (format == outputFormatText)
       return 0;
-   va_list args;
-   va_start(args, count);
-   const int length = addJsonAttributes("", count, args);
-   va_end(args);
+   va_list list;
+   va_start(list, count);
+   const int length = items(*this, count, list, kCounted);
+   va_end(list);
    return length;
 }
 
-int Renderer::addJsonAttributes(const char*, int count, va_list args) {
-   return items(*this, count, args, kCounted);
+int Renderer::addJsonAttributes(const char*, int count, va_list list) {
+   return items(*this, count, list, kCounted);
+}
+
+void Renderer::addArgs(const char* fmt, ...) {
+   raiseSigIntIfNeeded();
+   va_list list;
+   va_start(list, fmt);
+   int length = 0;
+   if (format == outputFormatText)
+      length = vorel_vfprintf(fmt, list);
+   else if (format == outputFormatJson)
+      length = addJsonAttributesNoArgCount(fmt, list);
+   else
+      impossible(479, "void vorel::Renderer::addArgs(const char*, ...)");
+   va_end(list);
+   emit::raiseIfFailed(length);
+}
+
+int Renderer::addJsonAttributesNoArgCount(const char* fmt, va_list list) {
+   int argLens[kMaxConversions];
+   int pieceEnds[kMaxConversions];
+   bool isFloat[kMaxConversions];
+   return items(*this, getArgLenList(fmt, argLens, pieceEnds, isFloat), list, kUncounted);
 }
 
 }  // namespace vorel

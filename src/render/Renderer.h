@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdint>
+#include <cstring>
 
 #include "buffers/PrintBuffer.h"
 #include "buffers/TrackedAllocation.h"
@@ -122,6 +123,58 @@ class [[gnu::visibility("default")]] Renderer : public Orv::PtrInterface, public
     * formatted), 0 if there was none. `fmt` is not read.
     */
    int addJsonAttributes(const char* fmt, int count, va_list args);
+
+   /**
+    * Prints attributes whose number the format tells, at most kMaxConversions. In JSON the
+    * arguments are pointers to records, one for each conversion that getArgLenList counts, whatever
+    * its letter. In text format they are one value for each conversion, of the type that
+    * getArgLenList gives it: a 32-bit integer, a 64-bit integer or pointer, and for a floating
+    * conversion floatArg(value), not the value itself. Throws SigIntException when the calling
+    * thread is interrupted. Any format but text and JSON stops the process.
+    */
+   void addArgs(const char* fmt, ...);
+   /** Writes as many records from `args` as `fmt` has conversions, like addJsonAttributes. A record
+    * that cannot be formatted does not end the call. */
+   int addJsonAttributesNoArgCount(const char* fmt, va_list args);
+   /**
+    * Prints text, whatever the renderer's format: `fmt` with arguments as addArgs takes them in
+    * text format. `fmt` is printed piece by piece, one conversion each. Whatever it holds, no
+    * argument is read that the scanner does not count, and none at another width: length modifiers
+    * follow the scanner, and a piece that is more than one conversion of one argument (with `*`,
+    * `$`, `%n`) is printed as it stands, as is a format without conversions or with one left open.
+    * A percent sign behind a backslash is printed as it stands, with the backslash.
+    * Returns the length of the last piece printed; a negative number when a piece cannot be
+    * formatted, with which the call ends.
+    */
+   int vorel_vfprintf(const char* fmt, va_list args);
 };
+
+/** The most conversions that a format of addArgs may have. */
+constexpr int kMaxConversions = 10;
+
+/**
+ * Tells how many arguments a printf format takes in addArgs, and of what kind, in one pass.
+ *
+ * A conversion runs from an unescaped `%` (a backslash escapes it) to the first of c d i o u x X
+ * (a 4-byte argument; 8 bytes with l or ll directly before d i u x X), s p (8 bytes) or
+ * e E f F g G (8 bytes, floating); a `%` before that cancels it, so "%%" counts nothing. Anything
+ * else within a conversion is passed over. For each conversion closed, in order, the arrays, of
+ * kMaxConversions entries each, get the argument's size, whether it is floating, and where its
+ * piece of the format ends: behind the conversion, for the last one at the end of the format.
+ * Entries beyond these are left alone.
+ *
+ * Returns the number of conversions, one that is left open at the end included. More than
+ * kMaxConversions stop the process. `fmt` is of at most INT_MAX characters.
+ */
+[[gnu::visibility("default")]] int getArgLenList(const char* fmt, int* argLens, int* pieceEnds,
+                                                 bool* isFloat);
+
+/** A floating-point argument of addArgs in text format: the bits of the value as an integer. */
+inline uint64_t floatArg(double value) {
+   uint64_t bits = 0;
+   static_assert(sizeof bits == sizeof value);
+   std::memcpy(&bits, &value, sizeof bits);
+   return bits;
+}
 
 }  // namespace vorel

@@ -1,0 +1,119 @@
+#include <climits>
+#include <cstring>
+
+#include "render/Arguments.h"
+#include "render/Conversion.h"
+#include "render/Emit.h"
+
+namespace vorel {
+
+namespace {
+
+/** Writes text as it stands. */
+int unchanged(Renderer& to, std::string_view text) {
+   if (!to.buffered)
+      to.buffer->rawWrite(text.data(), text.size());
+   else if (!text.empty())
+      to.buffer->writePtr = emit::put(to.buffer->getBuffer(text.size()), text);
+   return static_cast<int>(text.size());
+}
+
+/** Appends a conversion such that it reads an argument of the size that the scanner found. */
+char* putConversion(char* out, const char* begin, const Conversion& conversion, int argLen,
+                    bool isFloat) {
+   using Modifier = Conversion::Modifier;
+   *out++ = '%';
+   out = emit::put(out, {begin, static_cast<size_t>(conversion.modifiers - begin)});
+   const bool isInteger = std::strchr("diouxX", conversion.letter) != nullptr;
+   if (isInteger && argLen == 8)
+      *out++ = 'l';
+   else if (isInteger && conversion.modifier == Modifier::h)
+      *out++ = 'h';
+   else if (isInteger && conversion.modifier == Modifier::hh)
+      out = emit::put(out, "hh");
+   else if (!isInteger && !isFloat && conversion.letter != 'p' &&
+            conversion.modifier == Modifier::l)
+      *out++ = 'l';
+   *out++ = conversion.letter;
+   return out;
+}
+
+/** What a piece becomes for the C library: at most this many characters, with the NUL. */
+constexpr size_t rebuiltRoom(size_t piece) {
+   return 2 * piece + sizeof "l";
+}
+
+/**
+ * Rebuilds a piece, which the scanner found to hold one conversion, into a format of which the C
+ * library reads exactly that argument. Writes it, with a NUL, at `out`, and returns the letter of
+ * the conversion; NUL when the piece is anything else to the C library.
+ */
+char rebuild(char* out, std::string_view piece, int argLen, bool isFloat) {
+   char letter = '\0';
+   const char* const end = piece.data() + piece.size();
+   for (const char* at = piece.data(); at != end;) {
+      const char c = *at++;
+      *out++ = c;
+      if (c == '\\' && at != end && *at == '%') {
+         out = emit::put(out, "%%");
+         ++at;
+      } else if (c == '%') {
+         if (at != end && *at == '%') {
+            *out++ = *at++;
+            continue;
+         }
+         Conversion conversion;
+         const char* const begin = at;
+         at = parseConversion(begin, conversion);
+         if (at == nullptr || letter != '\0')
+            return '\0';
+         letter = conversion.letter;
+         out = putConversion(out - 1, begin, conversion, argLen, isFloat);
+      }
+   }
+   *out = '\0';
+   return letter;
+}
+
+OneArgument::Kind kindOf(int argLen, bool isFloat, char letter) {
+   if (isFloat)
+      return OneArgument::Kind::floating;
+   if (argLen == 4)
+      return OneArgument::Kind::word;
+   return letter == 's' || letter == 'p' ? OneArgument::Kind::pointer : OneArgument::Kind::longWord;
+}
+
+/** Prints one piece of a format with its argument, taken from `list`. */
+int printPiece(Renderer& to, std::string_view piece, int argLen, bool isFloat, va_list list) {
+   emit::PieceRoom room(rebuiltRoom(piece.size()));
+   if (room.start() == nullptr)
+      return -1;
+   const char letter = rebuild(room.start(), piece, argLen, isFloat);
+   OneArgument arg(list, kindOf(argLen, isFloat, letter));
+   return letter == '\0' ? unchanged(to, piece) : emit::formatted(to, room.start(), arg);
+}
+
+}  // namespace
+
+int Renderer::vorel_vfprintf(const char* fmt, va_list list) {
+   const std::string_view whole = fmt;
+   if (whole.size() > INT_MAX)
+      return -1;
+   int argLens[kMaxConversions];
+   int pieceEnds[kMaxConversions] = {};
+   bool isFloat[kMaxConversions];
+   const int count = getArgLenList(fmt, argLens, pieceEnds, isFloat);
+   // Of a conversion that is left open at the end there is no entry.
+   if (count == 0 || pieceEnds[count - 1] == 0)
+      return unchanged(*this, whole);
+   int length = 0;
+   size_t begin = 0;
+   for (int i = 0; i < count && length >= 0; ++i) {
+      const auto end = static_cast<size_t>(pieceEnds[i]);
+      length = printPiece(*this, whole.substr(begin, end - begin), argLens[i], isFloat[i], list);
+      begin = end;
+   }
+   return length;
+}
+
+}  // namespace vorel
