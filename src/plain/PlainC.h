@@ -9,6 +9,7 @@
 #define VOREL_PLAIN_PLAINC_H
 
 #ifdef __cplusplus
+#include "interrupt/SigIntException.h"
 #include "render/OutputFormat.h"
 namespace vorel {
 class Renderer;
@@ -68,6 +69,7 @@ void ioflush(vorel_Renderer* handle);
 int addFrills(vorel_Renderer* handle, const char* fmt, int unused, ...)
       __attribute__((__format__(__printf__, 2, 4)));
 
+#ifndef __cplusplus /* C++ has them from interrupt/SigIntException.h */
 /* The interrupt marks of threads, by kernel thread id. Not for signal handlers: they lock. */
 /** 1 when thread `tid` is marked, otherwise 0. */
 int vorel_isInterrupted(int tid);
@@ -76,6 +78,7 @@ void vorel_setInterrupted(int tid);
 void vorel_resetInterrupted(int tid);
 /** Forgets a thread that has ended: the kernel gives its id to a later one. */
 void vorel_delInterrupted(int tid);
+#endif
 
 /** For tests: the calling thread's own mark. */
 void setInterruptedForTest(void);

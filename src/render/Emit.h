@@ -1,10 +1,13 @@
 #pragma once
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
+#include "render/DirectFormat.h"
 #include "render/Number.h"
 #include "render/Renderer.h"
 
@@ -27,18 +30,56 @@ inline int raiseIfFailed(int length) {
    return length;
 }
 
-inline char* put(char* out, std::string_view part) {
-   std::memcpy(out, part.data(), part.size());
-   return out + part.size();
+/** Copies `size` bytes, from half to all of 2 * Half, as two halves that may overlap. */
+template <size_t Half>
+void copyHalves(char* out, const char* from, size_t size) {
+   char first[Half];
+   char last[Half];
+   std::memcpy(first, from, Half);
+   std::memcpy(last, from + size - Half, Half);
+   std::memcpy(out, first, Half);
+   std::memcpy(out + size - Half, last, Half);
+}
+
+/** Copies a text. Most are short, and then a call of the C library's function costs more than the
+ * copying does. */
+inline char* put(char* out, std::string_view text) {
+   const char* const from = text.data();
+   const size_t size = text.size();
+   if (size > 32) {
+      std::memcpy(out, from, size);
+   } else if (size >= 16) {
+      copyHalves<16>(out, from, size);
+   } else if (size >= 8) {
+      copyHalves<8>(out, from, size);
+   } else if (size >= 4) {
+      copyHalves<4>(out, from, size);
+   } else if (size != 0) {
+      out[0] = from[0];
+      out[size / 2] = from[size / 2];
+      out[size - 1] = from[size - 1];
+   }
+   return out + size;
+}
+
+[[gnu::noinline]] inline void characterAnywhere(Renderer& to, char c) {
+   PrintBuffer& buffer = *to.buffer;
+   if (to.buffered) {
+      char* const out = buffer.getBuffer(1);
+      *out = c;
+      buffer.writePtr = out + 1;
+   } else {
+      buffer.rawWrite(&c, 1);
+   }
 }
 
 inline void character(Renderer& to, char c) {
-   if (to.buffered) {
-      *to.buffer->getBuffer(1) = c;
-      ++to.buffer->writePtr;
-   } else {
-      to.buffer->rawWrite(&c, 1);
-   }
+   PrintBuffer& buffer = *to.buffer;
+   char* const out = buffer.writePtr;
+   if (!to.buffered || out >= buffer.endPtr) [[unlikely]]
+      return characterAnywhere(to, c);
+   *out = c;
+   buffer.writePtr = out + 1;
 }
 
 inline void separator(Renderer& to) {
@@ -55,7 +96,10 @@ class PieceRoom {
            start_(size > sizeof short_ ? long_ : short_) {}
    PieceRoom(const PieceRoom&) = delete;
    PieceRoom& operator=(const PieceRoom&) = delete;
-   ~PieceRoom() { std::free(long_); }
+   ~PieceRoom() {
+      if (long_ != nullptr)
+         std::free(long_);
+   }
    char* start() { return start_; }
 
  private:
@@ -64,9 +108,10 @@ class PieceRoom {
    char* start_;
 };
 
-/** Writes a piece that is put together from `parts`, when it is not sure to fit. */
+/** Writes a piece that is put together from `parts`, each a std::string_view, wherever it has to
+ * go. */
 template <class... Part>
-[[gnu::noinline]] int piecewise(Renderer& to, Part... parts) {
+[[gnu::noinline]] int piece(Renderer& to, Part... parts) {
    PrintBuffer& buffer = *to.buffer;
    const size_t length = (parts.size() + ...);
    if (to.buffered)
@@ -74,9 +119,11 @@ template <class... Part>
    if (length > INT_MAX)
       return -1;
    if (to.buffered) {
+      char* out = buffer.writePtr;
       if (buffer.rlen() <= length)
-         buffer.getBuffer(length + 1);
-      ((buffer.writePtr = put(buffer.writePtr, parts)), ...);
+         out = buffer.getBuffer(length + 1);
+      ((out = put(out, parts)), ...);
+      buffer.writePtr = out;
    } else {
       PieceRoom room(length);
       char* out = room.start();
@@ -88,17 +135,56 @@ template <class... Part>
    return static_cast<int>(length);
 }
 
-/** Writes a piece that is put together from `parts`, each a std::string_view. */
-template <class... Part>
-int piece(Renderer& to, Part... parts) {
-   PrintBuffer& buffer = *to.buffer;
-   const size_t length = (parts.size() + ...);
-   if (!to.buffered || buffer.rlen() <= length || length > INT_MAX) [[unlikely]]
-      return piecewise(to, parts...);
-   char* out = buffer.writePtr;
-   ((out = put(out, parts)), ...);
-   buffer.writePtr = out;
-   return static_cast<int>(length);
+// The short way, for the usual case of a write area with room enough: texts are put together there
+// at once, and no room has to be asked for.
+
+constexpr size_t kShortText = 32;
+/** More than anything takes that is written the short way: a separator, a key and a number or short
+ * text, with their punctuation. */
+constexpr size_t kEnoughRoom = 2 * kShortText + kNumberRoom<double> + 16;
+
+inline bool hasEnoughRoom(const Renderer& to) {
+   return to.buffered && to.buffer->rlen() >= kEnoughRoom;
+}
+
+/** Writes the separator, if one is due. */
+inline char* putSeparator(char* out, const Renderer& to) {
+   *out = ',';
+   return out + (to.firstItem ? 0 : 1);
+}
+
+/** Copies characters one by one up to a NUL, which is copied too; null when there is none among
+ * them. Written out as straight code, since a loop takes twice the time. */
+template <size_t... Index>
+char* putBlock(char* out, const char* string, std::index_sequence<Index...>) {
+   char* end = nullptr;
+   static_cast<void>(
+         ((out[Index] = string[Index], string[Index] == '\0' ? (end = out + Index, true) : false) ||
+          ...));
+   return end;
+}
+
+/** Copies a string of less than kShortText characters; null for a longer one or a null pointer.
+ * Names are mostly so short that copying them takes less time than first finding their length. */
+inline char* putShort(char* out, const char* string) {
+   constexpr size_t kBlock = 16;
+   if (string == nullptr) [[unlikely]]
+      return nullptr;
+   for (size_t i = 0; i < kShortText; i += kBlock) {
+      char* const end = putBlock(out + i, string + i, std::make_index_sequence<kBlock>());
+      if (end != nullptr) [[likely]]
+         return end;
+   }
+   return nullptr;
+}
+
+/** What vsnprintf does, faster for plain formats whose text fits. */
+template <class Arguments>
+int format(char* out, size_t room, const char* fmt, Arguments& args) {
+   char* const limit = out + std::min(room - 1, size_t{INT_MAX});
+   if (const char* end = direct::format(out, limit, fmt, args)) [[likely]]
+      return static_cast<int>(end - out);
+   return args.print(out, room, fmt);
 }
 
 /** Formats a piece in the write area, and commits it if it fits; otherwise makes room for it. */
@@ -110,7 +196,7 @@ template <class Arguments>
 Attempt formatInPlace(PrintBuffer& buffer, const char* fmt, Arguments& args) {
    char* out = buffer.getBuffer(1);
    const size_t room = buffer.rlen();
-   const int length = args.print(out, room, fmt);
+   const int length = format(out, room, fmt, args);
    if (length < 0)
       return {length, true};
    if (static_cast<size_t>(length) < room) {
@@ -126,7 +212,7 @@ template <class Arguments>
 int formatAside(PrintBuffer& buffer, const char* fmt, Arguments& args) {
    constexpr size_t kUsual = 512;
    PieceRoom room(kUsual);
-   const int length = args.print(room.start(), kUsual, fmt);
+   const int length = format(room.start(), kUsual, fmt, args);
    if (length < 0)
       return length;
    const auto size = static_cast<size_t>(length);

@@ -13,38 +13,62 @@ namespace {
 
 // Structure.
 
+constexpr std::string_view kQuote = "\"";
+constexpr char kOpenList[] = "\":[";
+constexpr char kOpenObject[] = "\":{";
+constexpr char kOpenValue[] = "\":";
+
 /** Writes an unnamed opening. */
 void open(Renderer& to, char bracket) {
+   if (emit::hasEnoughRoom(to)) [[likely]] {
+      char* const out = emit::putSeparator(to.buffer->writePtr, to);
+      to.firstItem = true;
+      *out = bracket;
+      to.buffer->writePtr = out + 1;
+      return;
+   }
    emit::separator(to);
    to.firstItem = true;
    emit::character(to, bracket);
 }
 
-/** Writes a name in quotes and what follows it, `":[` for instance. */
-void openNamed(Renderer& to, std::string_view name, std::string_view opening) {
+[[gnu::noinline]] void openNamedAnywhere(Renderer& to, const char* name, std::string_view opening) {
    emit::separator(to);
    to.firstItem = true;
-   emit::raiseIfFailed(emit::piece(to, std::string_view("\""), name, opening));
+   emit::raiseIfFailed(emit::piece(to, kQuote, emit::text(name), opening));
 }
 
-constexpr std::string_view kOpenList = "\":[";
-constexpr std::string_view kOpenObject = "\":{";
-constexpr std::string_view kOpenValue = "\":";
+/** Writes a name in quotes and what follows it, `":[` for instance. */
+template <size_t Size>
+void openNamed(Renderer& to, const char* name, const char (&opening)[Size]) {
+   if (emit::hasEnoughRoom(to)) [[likely]] {
+      char* out = emit::putSeparator(to.buffer->writePtr, to);
+      *out++ = '"';
+      out = emit::putShort(out, name);
+      if (out != nullptr) [[likely]] {
+         std::memcpy(out, opening, Size - 1);
+         to.buffer->writePtr = out + Size - 1;
+         to.firstItem = true;
+         return;
+      }
+   }
+   openNamedAnywhere(to, name, {opening, Size - 1});
+}
 
 /** The text of a dictionary entry's key. */
 class Key {
  public:
-   Key(const Attr32Info& info, unsigned line, const char* function) {
+   Key(const Attr32Info& info, unsigned line, const char* function) : text_(digits_) {
       if (info.type == attrInt32)
          set(info.value.asInt32);
       else if (info.type == attrUint32)
          set(info.value.asUint32);
       else if (info.type == attrString)
-         text_ = emit::text(info.value.asString);
+         text_ = info.value.asString;
       else
          impossible(line, function);
    }
-   Key(const Attr64Info& info, unsigned line, const char* function) {
+   Key(const Attr64Info& info, unsigned line, const char* function) : text_(digits_) {
       if (info.type == attrUint64)
          set(info.value.asUint64);
       else
@@ -52,17 +76,17 @@ class Key {
    }
    Key(const Key&) = delete;
    Key& operator=(const Key&) = delete;
-   std::string_view text() const { return text_; }
+   const char* text() const { return text_; }
 
  private:
    template <class Integer>
    void set(Integer number) {
-      static_assert(sizeof digits_ >= kNumberRoom<Integer>);
-      text_ = {digits_, static_cast<size_t>(putNumber(digits_, number) - digits_)};
+      static_assert(sizeof digits_ > kNumberRoom<Integer>);
+      *putNumber(digits_, number) = '\0';
    }
 
-   char digits_[kNumberRoom<uint64_t>];
-   std::string_view text_;
+   char digits_[kNumberRoom<uint64_t> + 1];
+   const char* text_;
 };
 
 // Attributes.
@@ -79,41 +103,67 @@ constexpr Engine kUncounted = {
 constexpr Engine kCounted = {
       true, 592, "int vorel::Renderer::addJsonAttributes(const char*, int, __va_list_tag*)"};
 
-int stringItem(Renderer& to, std::string_view name, std::string_view value) {
-   using namespace std::string_view_literals;
-   return name.empty() ? emit::piece(to, "\""sv, value, "\""sv)
-                       : emit::piece(to, "\""sv, name, "\":\""sv, value, "\""sv);
+/** Puts the key of an item; nothing for one without a name. Null when it has to go the long way. */
+char* putKey(char* out, const char* name) {
+   if (name == nullptr)
+      return nullptr;
+   if (*name == '\0')
+      return out;
+   *out++ = '"';
+   out = emit::putShort(out, name);
+   if (out == nullptr)
+      return nullptr;
+   std::memcpy(out, kOpenValue, sizeof kOpenValue - 1);
+   return out + sizeof kOpenValue - 1;
+}
+
+/** Puts the value of an item; null when it has to go the long way. */
+char* putValue(char* out, const AttrInfo& info) {
+   switch (info.type) {
+      case attrInt32:
+         return putNumber(out, info.value.asInt32);
+      case attrString:
+         *out++ = '"';
+         out = emit::putShort(out, info.value.asString);
+         if (out != nullptr)
+            *out++ = '"';
+         return out;
+      case attrBool:
+         return emit::put(out, info.value.asBool != 0 ? "true" : "false");
+      case attrUint64:
+         return putNumber(out, info.value.asUint64);
+      case attrUint32:
+         return putNumber(out, info.value.asUint32);
+      case attrFloat:
+         return putNumber(out, static_cast<double>(info.value.asFloat));
+      case attrDouble:
+         return putNumber(out, info.value.asDouble);
+   }
+   return nullptr;
+}
+
+/** Writes the key and value of an item as one piece, wherever it has to go. */
+template <class... Part>
+int namedPiece(Renderer& to, std::string_view name, Part... value) {
+   return name.empty() ? emit::piece(to, value...)
+                       : emit::piece(to, kQuote, name, std::string_view(kOpenValue), value...);
 }
 
 template <class Number>
 int numberItem(Renderer& to, std::string_view name, Number value) {
-   constexpr size_t kRoom = kNumberRoom<Number>;
-   PrintBuffer& buffer = *to.buffer;
-   if (to.buffered && buffer.rlen() > name.size() + 3 + kRoom && name.size() < INT_MAX / 2)
-         [[likely]] {
-      char* const start = buffer.writePtr;
-      char* out = start;
-      if (!name.empty()) {
-         *out++ = '"';
-         out = emit::put(out, name);
-         out = emit::put(out, kOpenValue);
-      }
-      out = putNumber(out, value);
-      buffer.writePtr = out;
-      return static_cast<int>(out - start);
-   }
-   char digits[kRoom];
-   const std::string_view text(digits, static_cast<size_t>(putNumber(digits, value) - digits));
-   return name.empty() ? emit::piece(to, text)
-                       : emit::piece(to, std::string_view("\""), name, kOpenValue, text);
+   char digits[kNumberRoom<Number>];
+   const auto size = static_cast<size_t>(putNumber(digits, value) - digits);
+   return namedPiece(to, name, std::string_view(digits, size));
 }
+
+constexpr ptrdiff_t kBareBool = sizeof "false" - 1;
 
 /** Without a name, true and false are copied and not formatted: they take no byte for a NUL, and
  * leave the `result` of the items before them. */
 int boolItem(Renderer& to, std::string_view name, bool value, int result) {
    const std::string_view text = value ? "true" : "false";
    if (!name.empty())
-      return emit::piece(to, std::string_view("\""), name, kOpenValue, text);
+      return namedPiece(to, name, text);
    if (to.buffered)
       to.buffer->writePtr = emit::put(to.buffer->getBuffer(text.size()), text);
    else
@@ -121,14 +171,19 @@ int boolItem(Renderer& to, std::string_view name, bool value, int result) {
    return result;
 }
 
-/** Writes one record as a member or bare value; `result` is what the items before it gave. */
-int item(Renderer& to, const AttrInfo& info, const Engine& engine, int result) {
+/** Writes an item wherever it has to go. */
+[[gnu::noinline]] int itemAnywhere(Renderer& to, const AttrInfo& info, const Engine& engine,
+                                   int result) {
+   if (to.firstItem)
+      to.firstItem = false;
+   else
+      emit::character(to, ',');
    const std::string_view name = emit::text(info.name);
    switch (info.type) {
       case attrInt32:
          return numberItem(to, name, info.value.asInt32);
       case attrString:
-         return stringItem(to, name, emit::text(info.value.asString));
+         return namedPiece(to, name, kQuote, emit::text(info.value.asString), kQuote);
       case attrBool:
          return boolItem(to, name, info.value.asBool != 0, result);
       case attrUint64:
@@ -143,19 +198,62 @@ int item(Renderer& to, const AttrInfo& info, const Engine& engine, int result) {
    impossible(engine.line, engine.function);
 }
 
+/** Writes items the short way. The place in the write area and the flag are kept here, where the
+ * characters stored cannot alias them, and go back to the renderer with commit. */
+class QuickItems {
+ public:
+   explicit QuickItems(Renderer& to) : to_(to) { fetch(); }
+   QuickItems(const QuickItems&) = delete;
+   QuickItems& operator=(const QuickItems&) = delete;
+
+   void fetch() {
+      out_ = to_.buffer->writePtr;
+      room_ = to_.buffered ? to_.buffer->endPtr : out_;
+      firstItem_ = to_.firstItem;
+   }
+   void commit() const {
+      to_.buffer->writePtr = out_;
+      to_.firstItem = firstItem_;
+   }
+
+   /** Writes an item, and its length to `result`; false when it has to go the long way. */
+   bool add(const AttrInfo& info, int& result) {
+      if (room_ - out_ < static_cast<ptrdiff_t>(emit::kEnoughRoom)) [[unlikely]]
+         return false;
+      *out_ = ',';
+      char* const start = out_ + (firstItem_ ? 0 : 1);
+      char* end = putKey(start, info.name);
+      if (end == nullptr || (end = putValue(end, info)) == nullptr) [[unlikely]]
+         return false;
+      if (info.type != attrBool || end - start > kBareBool)
+         result = static_cast<int>(end - start);
+      out_ = end;
+      firstItem_ = false;
+      return true;
+   }
+
+ private:
+   Renderer& to_;
+   char* out_;
+   char* room_;
+   bool firstItem_;
+};
+
 /** Writes `count` records, taken from `list`. */
 int items(Renderer& to, int count, va_list list, const Engine& engine) {
    int result = 0;
+   QuickItems quick(to);
    for (; count > 0; --count) {
       const AttrInfo& info = *va_arg(list, const AttrInfo*);
-      if (info.suppressed)
+      if (info.suppressed || quick.add(info, result)) [[likely]]
          continue;
-      emit::separator(to);
-      to.firstItem = false;
-      result = item(to, info, engine, result);
+      quick.commit();
+      result = itemAnywhere(to, info, engine, result);
       if (engine.checksEachItem)
          emit::raiseIfFailed(result);
+      quick.fetch();
    }
+   quick.commit();
    return result;
 }
 
@@ -190,7 +288,7 @@ uint64_t Renderer::fullness() {
 
 void Renderer::startList(const char* name) {
    if (format != outputFormatText)
-      openNamed(*this, emit::text(name), kOpenList);
+      openNamed(*this, name, kOpenList);
 }
 
 void Renderer::endList() {
@@ -211,7 +309,7 @@ void Renderer::endListEntry() {
 }
 
 void Renderer::startObj(const char* name) {
-   openNamed(*this, emit::text(name), kOpenObject);
+   openNamed(*this, name, kOpenObject);
 }
 void Renderer::startObj() {
    open(*this, '{');
@@ -223,7 +321,7 @@ void Renderer::endObj() {
 }
 
 void Renderer::startSimpleObj(const char* name) {
-   openNamed(*this, emit::text(name), kOpenValue);
+   openNamed(*this, name, kOpenValue);
 }
 
 void Renderer::startSubmodel(const char* name) {
