@@ -6,7 +6,7 @@ JOBS := $(shell nproc)
 BUILD_PACKAGES := cmake g++ make
 TEST_PACKAGES := $(BUILD_PACKAGES) jq libgtest-dev nlohmann-json3-dev locales
 
-.PHONY: all demo test packages-% configure clean
+.PHONY: all demo test configure packages-build packages-demo packages-test clean
 
 all: packages-build configure
 	@cmake --build $(BUILD) -j $(JOBS)
