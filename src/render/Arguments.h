@@ -42,16 +42,17 @@ class ListArguments {
    va_list next_;
 };
 
-/** A single argument, taken from a list by the size that the format gives it. */
+/** A single argument of addArgs. */
 class OneArgument {
  public:
-   enum class Kind { word, longWord, pointer, floating };
+   /** Takes the argument, of 4 or 8 bytes, from `list`. */
+   OneArgument(va_list list, int size, bool isFloat)
+         : kind_(kindOf(size, isFloat)),
+           bits_(size == 4 ? static_cast<uint64_t>(va_arg(list, int)) : va_arg(list, uint64_t)) {}
 
-   /** Takes the argument from `list`. */
-   OneArgument(va_list list, Kind kind)
-         : kind_(kind),
-           bits_(kind == Kind::word ? static_cast<uint64_t>(va_arg(list, int))
-                                    : va_arg(list, uint64_t)) {}
+   bool isFloating() const { return kind_ == Kind::floating; }
+   /** Has a number of 8 bytes printed as the pointer that it is. */
+   void becomePointer() { kind_ = Kind::pointer; }
 
    int nextInt() const { return static_cast<int>(bits_); }
    int64_t nextLong() const { return static_cast<int64_t>(bits_); }
@@ -73,6 +74,14 @@ class OneArgument {
    }
 
  private:
+   enum class Kind { word, longWord, pointer, floating };
+
+   static Kind kindOf(int size, bool isFloat) {
+      if (isFloat)
+         return Kind::floating;
+      return size == 4 ? Kind::word : Kind::longWord;
+   }
+
    Kind kind_;
    uint64_t bits_;
 };

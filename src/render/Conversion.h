@@ -1,5 +1,8 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
+
 namespace vorel {
 
 /** One conversion of a printf format that takes a single argument, taken apart. */
@@ -39,30 +42,24 @@ inline const char* parseNumber(const char* at, int& number) {
    return at;
 }
 
+/** By character, from the blank to the zero: the flag that it is, or none. */
+inline constexpr auto kFlags = [] {
+   std::array<uint8_t, '0' - ' ' + 1> flags{};
+   flags['-' - ' '] = Conversion::kLeft;
+   flags['+' - ' '] = Conversion::kPlus;
+   flags[0] = Conversion::kSpace;
+   flags['#' - ' '] = Conversion::kAlternate;
+   flags['0' - ' '] = Conversion::kZero;
+   flags['\'' - ' '] = Conversion::kGroup;
+   return flags;
+}();
+
 inline const char* parseFlags(const char* at, unsigned& flags) {
    for (;; ++at) {
-      switch (*at) {
-         case '-':
-            flags |= Conversion::kLeft;
-            break;
-         case '+':
-            flags |= Conversion::kPlus;
-            break;
-         case ' ':
-            flags |= Conversion::kSpace;
-            break;
-         case '#':
-            flags |= Conversion::kAlternate;
-            break;
-         case '0':
-            flags |= Conversion::kZero;
-            break;
-         case '\'':
-            flags |= Conversion::kGroup;
-            break;
-         default:
-            return at;
-      }
+      const auto index = static_cast<unsigned char>(*at - ' ');
+      if (index >= kFlags.size() || kFlags[index] == 0)
+         return at;
+      flags |= kFlags[index];
    }
 }
 
@@ -92,11 +89,13 @@ inline const char* parseModifier(const char* at, Conversion::Modifier& modifier)
 /** Takes the conversion apart whose percent sign stands before `at`. Returns the place behind it,
  * or null when it is anything but flags, width, precision, one length modifier and a letter. */
 inline const char* parseConversion(const char* at, Conversion& to) {
-   at = conversion::parseFlags(at, to.flags);
-   if (conversion::isDigit(*at))
-      at = conversion::parseNumber(at, to.width);
-   if (*at == '.')
-      at = conversion::parseNumber(at + 1, to.precision);
+   if (*at <= '9') {  // not a letter yet
+      at = conversion::parseFlags(at, to.flags);
+      if (conversion::isDigit(*at))
+         at = conversion::parseNumber(at, to.width);
+      if (*at == '.')
+         at = conversion::parseNumber(at + 1, to.precision);
+   }
    to.modifiers = at;
    at = conversion::parseModifier(at, to.modifier);
    to.letter = *at;

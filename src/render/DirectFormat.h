@@ -8,12 +8,13 @@
 #include <string_view>
 
 #include "render/Conversion.h"
+#include "render/Copy.h"
 #include "render/Number.h"
 
-// printf's plain conversions, made in place in one pass: s c d i u x X o, with l or ll before the
-// integers, f and F within the exact range, and %%. The text is the C library's, byte for byte;
-// whatever could be another there (the locale's doing, null strings, unusual flags) is not made
-// here at all.
+// printf's plain conversions, made in place in one pass: s c d i u x X o, with l or ll before all
+// of these but c, s and o, f and F within the exact range, and %%. The text is the C library's,
+// byte for byte; whatever could be another there (the locale's doing, null strings, unusual flags)
+// is not made here at all.
 namespace vorel::direct {
 
 /** The stretch that a text is made in. Writing past its end fails, once and for all. */
@@ -51,7 +52,7 @@ inline char* takePadded(Area& area, const Conversion& conversion, size_t size) {
    if (field == nullptr)
       return nullptr;
    const bool left = (conversion.flags & Conversion::kLeft) != 0;
-   std::memset(left ? field + size : field, ' ', width - size);
+   fill(left ? field + size : field, ' ', width - size);
    return left ? field : field + (width - size);
 }
 
@@ -64,7 +65,7 @@ inline bool putString(Area& area, const Conversion& conversion, const char* stri
    char* const out = takePadded(area, conversion, size);
    if (out == nullptr)
       return false;
-   std::memcpy(out, string, size);
+   put(out, {string, size});
    return true;
 }
 
@@ -108,8 +109,7 @@ inline char* takeNumber(Area& area, const Conversion& conversion, Prefix prefix,
       return nullptr;
    for (unsigned i = 0; i < prefix.size; ++i)
       *out++ = prefix.text[i];
-   std::memset(out, '0', zeroCount);
-   return out + zeroCount;
+   return fill(out, '0', zeroCount);
 }
 
 inline unsigned countBinaryDigits(uint64_t value, unsigned bitsEach) {
@@ -147,8 +147,7 @@ inline bool putInteger(Area& area, const Conversion& conversion, Prefix prefix, 
    char* out = takeNumber(area, conversion, prefix, digits, zeros);
    if (out == nullptr)
       return false;
-   for (; digits > count; --digits)
-      *out++ = '0';
+   out = fill(out, '0', digits - count);
    if (bitsEach == 0)
       putDigits(out, value, count);
    else
@@ -213,6 +212,9 @@ template <class Arguments>
 bool putConversion(Area& area, const Conversion& conversion, Arguments& args) {
    using Modifier = Conversion::Modifier;
    const bool isPlain = conversion.modifier == Modifier::none;
+   // Not before o, which addArgs takes for the size of its argument as it stands.
+   const bool isLong = conversion.letter != 'o' &&
+                       (conversion.modifier == Modifier::l || conversion.modifier == Modifier::ll);
    if ((conversion.flags & Conversion::kGroup) != 0 || conversion.width >= Conversion::kHuge ||
        conversion.precision >= Conversion::kHuge)
       return false;
@@ -230,7 +232,7 @@ bool putConversion(Area& area, const Conversion& conversion, Arguments& args) {
       case 'o':
       case 'x':
       case 'X':
-         if (!isPlain && conversion.modifier != Modifier::l && conversion.modifier != Modifier::ll)
+         if (!isPlain && !isLong)
             return false;
          return conversion.letter == 'd' || conversion.letter == 'i'
                       ? putSigned(area, conversion, args)
@@ -241,17 +243,21 @@ bool putConversion(Area& area, const Conversion& conversion, Arguments& args) {
 }
 
 /**
- * Makes the text of `fmt` from `out` on. Returns its end, or null when the format holds anything
+ * Makes the text of a format from `out` on. Returns its end, or null when the format holds anything
  * but plain conversions or the text does not end before `limit` or at it; arguments may have been
- * taken and bytes stored then.
+ * taken and bytes stored then. The format ends at its NUL or at `end`, if that is not null; with
+ * `Escapes`, a percent sign behind a backslash is none of the plain things either.
  */
-template <class Arguments>
-char* format(char* out, char* limit, const char* fmt, Arguments& args) {
+template <bool Escapes, class Arguments>
+[[gnu::flatten]] char* format(char* out, char* limit, const char* fmt, const char* end,
+                              Arguments& args) {
    Area area(out, limit);
-   for (;;) {
-      char c = *fmt++;
+   while (fmt != end) {
+      const char c = *fmt++;
       if (c == '\0')
-         return area.out();
+         break;
+      if (Escapes && c == '\\' && *fmt == '%')
+         return nullptr;
       if (c == '%') {
          if (*fmt != '%') {
             Conversion conversion;
@@ -265,6 +271,7 @@ char* format(char* out, char* limit, const char* fmt, Arguments& args) {
       if (!area.put(c))
          return nullptr;
    }
+   return area.out();
 }
 
 }  // namespace vorel::direct

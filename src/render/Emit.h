@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "render/Copy.h"
 #include "render/DirectFormat.h"
 #include "render/Number.h"
 #include "render/Renderer.h"
@@ -28,38 +29,6 @@ inline int raiseIfFailed(int length) {
       raiseSigIntIfNeeded();
    }
    return length;
-}
-
-/** Copies `size` bytes, from half to all of 2 * Half, as two halves that may overlap. */
-template <size_t Half>
-void copyHalves(char* out, const char* from, size_t size) {
-   char first[Half];
-   char last[Half];
-   std::memcpy(first, from, Half);
-   std::memcpy(last, from + size - Half, Half);
-   std::memcpy(out, first, Half);
-   std::memcpy(out + size - Half, last, Half);
-}
-
-/** Copies a text. Most are short, and then a call of the C library's function costs more than the
- * copying does. */
-inline char* put(char* out, std::string_view text) {
-   const char* const from = text.data();
-   const size_t size = text.size();
-   if (size > 32) {
-      std::memcpy(out, from, size);
-   } else if (size >= 16) {
-      copyHalves<16>(out, from, size);
-   } else if (size >= 8) {
-      copyHalves<8>(out, from, size);
-   } else if (size >= 4) {
-      copyHalves<4>(out, from, size);
-   } else if (size != 0) {
-      out[0] = from[0];
-      out[size / 2] = from[size / 2];
-      out[size - 1] = from[size - 1];
-   }
-   return out + size;
 }
 
 [[gnu::noinline]] inline void characterAnywhere(Renderer& to, char c) {
@@ -138,10 +107,10 @@ template <class... Part>
 // The short way, for the usual case of a write area with room enough: texts are put together there
 // at once, and no room has to be asked for.
 
-constexpr size_t kShortText = 32;
-/** More than anything takes that is written the short way: a separator, a key and a number or short
- * text, with their punctuation. */
-constexpr size_t kEnoughRoom = 2 * kShortText + kNumberRoom<double> + 16;
+constexpr size_t kShortName = 20;
+/** More than anything takes that is written the short way: a separator, a name and a number, with
+ * their punctuation. */
+constexpr size_t kEnoughRoom = kShortName + kNumberRoom<double> + 16;
 
 inline bool hasEnoughRoom(const Renderer& to) {
    return to.buffered && to.buffer->rlen() >= kEnoughRoom;
@@ -153,36 +122,34 @@ inline char* putSeparator(char* out, const Renderer& to) {
    return out + (to.firstItem ? 0 : 1);
 }
 
-/** Copies characters one by one up to a NUL, which is copied too; null when there is none among
- * them. Written out as straight code, since a loop takes twice the time. */
+/** Copies a short name; null for a longer one or a null pointer. Names are mostly so short that
+ * copying them takes less time than first finding their length, and as straight code less than in a
+ * loop. */
 template <size_t... Index>
-char* putBlock(char* out, const char* string, std::index_sequence<Index...>) {
+[[gnu::always_inline]] inline char* putName(char* out, const char* name,
+                                            std::index_sequence<Index...>) {
    char* end = nullptr;
    static_cast<void>(
-         ((out[Index] = string[Index], string[Index] == '\0' ? (end = out + Index, true) : false) ||
+         ((out[Index] = name[Index], name[Index] == '\0' ? (end = out + Index, true) : false) ||
           ...));
    return end;
 }
-
-/** Copies a string of less than kShortText characters; null for a longer one or a null pointer.
- * Names are mostly so short that copying them takes less time than first finding their length. */
-inline char* putShort(char* out, const char* string) {
-   constexpr size_t kBlock = 16;
-   if (string == nullptr) [[unlikely]]
+[[gnu::always_inline]] inline char* putName(char* out, const char* name) {
+   if (name == nullptr) [[unlikely]]
       return nullptr;
-   for (size_t i = 0; i < kShortText; i += kBlock) {
-      char* const end = putBlock(out + i, string + i, std::make_index_sequence<kBlock>());
-      if (end != nullptr) [[likely]]
-         return end;
-   }
-   return nullptr;
+   return putName(out, name, std::make_index_sequence<kShortName>());
+}
+
+/** The end of what a text may take of `room` bytes: all but one, as with a NUL. */
+inline char* lastPlace(char* out, size_t room) {
+   return out + std::min(room - 1, size_t{INT_MAX});
 }
 
 /** What vsnprintf does, faster for plain formats whose text fits. */
 template <class Arguments>
 int format(char* out, size_t room, const char* fmt, Arguments& args) {
-   char* const limit = out + std::min(room - 1, size_t{INT_MAX});
-   if (const char* end = direct::format(out, limit, fmt, args)) [[likely]]
+   char* const limit = lastPlace(out, room);
+   if (const char* end = direct::format<false>(out, limit, fmt, nullptr, args)) [[likely]]
       return static_cast<int>(end - out);
    return args.print(out, room, fmt);
 }

@@ -17,10 +17,16 @@ Closing classify(const char* at) {
    switch (*at) {
       case 'l': {  // sizes an integer only directly before it, alone or doubled
          const size_t modifiers = at[1] == 'l' ? 2 : 1;
-         const char letter = at[modifiers];
-         if (letter != '\0' && std::strchr("diuxX", letter) != nullptr)
-            return {8, false, modifiers + 1};
-         return {0, false, 1};
+         switch (at[modifiers]) {
+            case 'd':
+            case 'i':
+            case 'u':
+            case 'x':
+            case 'X':
+               return {8, false, modifiers + 1};
+            default:
+               return {0, false, 1};
+         }
       }
       case 'e':
       case 'E':

@@ -44,7 +44,7 @@ void openNamed(Renderer& to, const char* name, const char (&opening)[Size]) {
    if (emit::hasEnoughRoom(to)) [[likely]] {
       char* out = emit::putSeparator(to.buffer->writePtr, to);
       *out++ = '"';
-      out = emit::putShort(out, name);
+      out = emit::putName(out, name);
       if (out != nullptr) [[likely]] {
          std::memcpy(out, opening, Size - 1);
          to.buffer->writePtr = out + Size - 1;
@@ -110,26 +110,36 @@ char* putKey(char* out, const char* name) {
    if (*name == '\0')
       return out;
    *out++ = '"';
-   out = emit::putShort(out, name);
+   out = emit::putName(out, name);
    if (out == nullptr)
       return nullptr;
    std::memcpy(out, kOpenValue, sizeof kOpenValue - 1);
    return out + sizeof kOpenValue - 1;
 }
 
+char* putQuoted(char* out, const char* limit, const char* string) {
+   constexpr size_t kQuotes = 2;
+   if (string == nullptr)
+      return nullptr;
+   const size_t size = std::strlen(string);
+   // The long way is for a piece that does not fit and leaves no byte free, or is too long.
+   if (static_cast<size_t>(limit - out) <= size + kQuotes || size > INT_MAX / 2)
+      return nullptr;
+   *out++ = '"';
+   out = put(out, {string, size});
+   *out++ = '"';
+   return out;
+}
+
 /** Puts the value of an item; null when it has to go the long way. */
-char* putValue(char* out, const AttrInfo& info) {
+char* putValue(char* out, const char* limit, const AttrInfo& info) {
    switch (info.type) {
       case attrInt32:
          return putNumber(out, info.value.asInt32);
       case attrString:
-         *out++ = '"';
-         out = emit::putShort(out, info.value.asString);
-         if (out != nullptr)
-            *out++ = '"';
-         return out;
+         return putQuoted(out, limit, info.value.asString);
       case attrBool:
-         return emit::put(out, info.value.asBool != 0 ? "true" : "false");
+         return put(out, info.value.asBool != 0 ? "true" : "false");
       case attrUint64:
          return putNumber(out, info.value.asUint64);
       case attrUint32:
@@ -165,7 +175,7 @@ int boolItem(Renderer& to, std::string_view name, bool value, int result) {
    if (!name.empty())
       return namedPiece(to, name, text);
    if (to.buffered)
-      to.buffer->writePtr = emit::put(to.buffer->getBuffer(text.size()), text);
+      to.buffer->writePtr = put(to.buffer->getBuffer(text.size()), text);
    else
       to.buffer->rawWrite(text.data(), text.size());
    return result;
@@ -208,7 +218,7 @@ class QuickItems {
 
    void fetch() {
       out_ = to_.buffer->writePtr;
-      room_ = to_.buffered ? to_.buffer->endPtr : out_;
+      limit_ = to_.buffered ? to_.buffer->endPtr : out_;
       firstItem_ = to_.firstItem;
    }
    void commit() const {
@@ -218,12 +228,12 @@ class QuickItems {
 
    /** Writes an item, and its length to `result`; false when it has to go the long way. */
    bool add(const AttrInfo& info, int& result) {
-      if (room_ - out_ < static_cast<ptrdiff_t>(emit::kEnoughRoom)) [[unlikely]]
+      if (limit_ - out_ < static_cast<ptrdiff_t>(emit::kEnoughRoom)) [[unlikely]]
          return false;
       *out_ = ',';
       char* const start = out_ + (firstItem_ ? 0 : 1);
       char* end = putKey(start, info.name);
-      if (end == nullptr || (end = putValue(end, info)) == nullptr) [[unlikely]]
+      if (end == nullptr || (end = putValue(end, limit_, info)) == nullptr) [[unlikely]]
          return false;
       if (info.type != attrBool || end - start > kBareBool)
          result = static_cast<int>(end - start);
@@ -235,7 +245,7 @@ class QuickItems {
  private:
    Renderer& to_;
    char* out_;
-   char* room_;
+   char* limit_;
    bool firstItem_;
 };
 

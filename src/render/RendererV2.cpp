@@ -6,10 +6,10 @@ namespace vorel {
 
 namespace {
 
-void copy(PrintBuffer& buffer, std::string_view run) {
+void write(PrintBuffer& buffer, std::string_view run) {
    if (run.empty())  // the write area may be null
       return;
-   buffer.writePtr = emit::put(buffer.getBuffer(run.size()), run);
+   buffer.writePtr = put(buffer.getBuffer(run.size()), run);
 }
 
 }  // namespace
@@ -25,13 +25,13 @@ void RendererV2::writeQuotedString(const char* text) {
    bool escaped = false;  // an odd number of backslashes stands before the character
    for (size_t i = 0; i < all.size(); ++i) {
       if (all[i] == '"' && !escaped) {
-         copy(*buffer, all.substr(runStart, i - runStart));
-         copy(*buffer, "\\\"");
+         write(*buffer, all.substr(runStart, i - runStart));
+         write(*buffer, "\\\"");
          runStart = i + 1;
       }
       escaped = all[i] == '\\' && !escaped;
    }
-   copy(*buffer, all.substr(runStart));
+   write(*buffer, all.substr(runStart));
 }
 
 }  // namespace vorel

@@ -14,7 +14,7 @@ int unchanged(Renderer& to, std::string_view text) {
    if (!to.buffered)
       to.buffer->rawWrite(text.data(), text.size());
    else if (!text.empty())
-      to.buffer->writePtr = emit::put(to.buffer->getBuffer(text.size()), text);
+      to.buffer->writePtr = put(to.buffer->getBuffer(text.size()), text);
    return static_cast<int>(text.size());
 }
 
@@ -23,14 +23,14 @@ char* putConversion(char* out, const char* begin, const Conversion& conversion, 
                     bool isFloat) {
    using Modifier = Conversion::Modifier;
    *out++ = '%';
-   out = emit::put(out, {begin, static_cast<size_t>(conversion.modifiers - begin)});
+   out = put(out, {begin, static_cast<size_t>(conversion.modifiers - begin)});
    const bool isInteger = std::strchr("diouxX", conversion.letter) != nullptr;
    if (isInteger && argLen == 8)
       *out++ = 'l';
    else if (isInteger && conversion.modifier == Modifier::h)
       *out++ = 'h';
    else if (isInteger && conversion.modifier == Modifier::hh)
-      out = emit::put(out, "hh");
+      out = put(out, "hh");
    else if (!isInteger && !isFloat && conversion.letter != 'p' &&
             conversion.modifier == Modifier::l)
       *out++ = 'l';
@@ -55,7 +55,7 @@ char rebuild(char* out, std::string_view piece, int argLen, bool isFloat) {
       const char c = *at++;
       *out++ = c;
       if (c == '\\' && at != end && *at == '%') {
-         out = emit::put(out, "%%");
+         out = put(out, "%%");
          ++at;
       } else if (c == '%') {
          if (at != end && *at == '%') {
@@ -75,22 +75,34 @@ char rebuild(char* out, std::string_view piece, int argLen, bool isFloat) {
    return letter;
 }
 
-OneArgument::Kind kindOf(int argLen, bool isFloat, char letter) {
-   if (isFloat)
-      return OneArgument::Kind::floating;
-   if (argLen == 4)
-      return OneArgument::Kind::word;
-   return letter == 's' || letter == 'p' ? OneArgument::Kind::pointer : OneArgument::Kind::longWord;
-}
-
-/** Prints one piece of a format with its argument, taken from `list`. */
-int printPiece(Renderer& to, std::string_view piece, int argLen, bool isFloat, va_list list) {
+/** Prints one piece of a format with its argument, by way of a format of its own. */
+[[gnu::noinline]] int printRebuilt(Renderer& to, std::string_view piece, int argLen,
+                                   OneArgument& arg) {
    emit::PieceRoom room(rebuiltRoom(piece.size()));
    if (room.start() == nullptr)
       return -1;
-   const char letter = rebuild(room.start(), piece, argLen, isFloat);
-   OneArgument arg(list, kindOf(argLen, isFloat, letter));
-   return letter == '\0' ? unchanged(to, piece) : emit::formatted(to, room.start(), arg);
+   const char letter = rebuild(room.start(), piece, argLen, arg.isFloating());
+   if (letter == '\0')
+      return unchanged(to, piece);
+   if (letter == 's' || letter == 'p')
+      arg.becomePointer();
+   return emit::formatted(to, room.start(), arg);
+}
+
+/** Prints one piece of a format with its argument. */
+int printPiece(Renderer& to, std::string_view piece, int argLen, OneArgument arg) {
+   if (to.buffered) {
+      PrintBuffer& buffer = *to.buffer;
+      char* const out = buffer.getBuffer(1);
+      const char* const from = piece.data();
+      char* const end = direct::format<true>(out, emit::lastPlace(out, buffer.rlen()), from,
+                                             from + piece.size(), arg);
+      if (end != nullptr) [[likely]] {
+         buffer.writePtr = end;
+         return static_cast<int>(end - out);
+      }
+   }
+   return printRebuilt(to, piece, argLen, arg);
 }
 
 }  // namespace
@@ -110,7 +122,8 @@ int Renderer::vorel_vfprintf(const char* fmt, va_list list) {
    size_t begin = 0;
    for (int i = 0; i < count && length >= 0; ++i) {
       const auto end = static_cast<size_t>(pieceEnds[i]);
-      length = printPiece(*this, whole.substr(begin, end - begin), argLens[i], isFloat[i], list);
+      length = printPiece(*this, whole.substr(begin, end - begin), argLens[i],
+                          OneArgument(list, argLens[i], isFloat[i]));
       begin = end;
    }
    return length;
