@@ -1,0 +1,178 @@
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "Recording.h"
+#include "render/Printer.h"
+#include "render/PrinterV2.h"
+
+using namespace vorel;
+
+namespace {
+
+class PrinterTest : public InterruptingTest {};
+
+TEST_F(PrinterTest, Configuration) {
+   Pipe pipe;
+   PrinterConfig config;
+   EXPECT_TRUE(initPrinterConfig(config, pipe.writer, outputFormatJson));
+   EXPECT_TRUE(config.fd == pipe.writer && config.format == outputFormatJson);
+   EXPECT_TRUE(config.resetInterrupt1 && !config.resetInterrupt2 && config.buffered);
+   EXPECT_EQ(config.bufsize, 0U);
+
+   const size_t defaultSize = std::exchange(vorel_globalBufsize, 3000);
+   EXPECT_EQ(defaultSize, 1048576U);
+   const struct {
+      PrinterConfig config;
+      size_t area;
+   } cases[] = {{config, 3000},
+                {{pipe.writer, outputFormatText, false, true, true, 4096}, 4096},
+                {{pipe.writer, outputFormatText, true, true, false, 4096}, 0},
+                {{pipe.writer, outputFormatText, false, false, true, 1}, 1}};
+   for (const auto& [given, area] : cases) {
+      setInterrupted();
+      const Printer printer(given);
+      EXPECT_EQ(isInterrupted(), !given.resetInterrupt1 && !given.resetInterrupt2);
+      EXPECT_EQ(printer.ownBuffer.rlen(), area);
+      EXPECT_EQ(printer.buffered, given.buffered);
+      EXPECT_EQ(printer.format, given.format);
+   }
+   setInterrupted();
+   const PrinterV2 second(pipe.writer, outputFormatJson);
+   vorel_globalBufsize = defaultSize;
+   EXPECT_TRUE(isInterrupted() && second.buffered && second.flags.empty());
+   EXPECT_EQ(second.ownBuffer.rlen(), 3000U);
+}
+
+TEST_F(PrinterTest, EveryClassReportsItsAllocationAndRelease) {
+   const auto& tracking = *Orv::PtrInterface::orvAllocTrackTypeInfo_;
+   const auto live = [&] { return tracking.allocations - tracking.deallocations; };
+   const uint64_t before = live();
+   {
+      Pipe pipe;
+      using Object = std::unique_ptr<Orv::PtrInterface>;
+      const Object objects[] = {
+            Object(new VorelBuffer(pipe.writer, 10, 0)),
+            Object(new Renderer(outputFormatJson, nullptr, true)),
+            Object(new RendererV2(outputFormatJson, nullptr, true)),
+            Object(new Printer(pipe.writer, outputFormatJson, false, false, true, 10)),
+            Object(new PrinterV2(pipe.writer, outputFormatJson))};
+      const std::unique_ptr<ZyFmt::DynamicBufferInterface> area(
+            new VorelBuffer(pipe.writer, 10, 0));
+      const Printer notAllocated(pipe.writer, outputFormatJson, false, false, true, 10);
+      EXPECT_EQ(live(), before + 6);
+   }
+   EXPECT_EQ(live(), before);
+
+   const size_t impossible = SIZE_MAX / 2;
+   EXPECT_THROW(new VorelBuffer(1, impossible, 0), std::bad_alloc);
+   const size_t defaultSize = std::exchange(vorel_globalBufsize, impossible);
+   EXPECT_THROW(new Printer(1, outputFormatJson, false, false, true, 0), std::bad_alloc);
+   EXPECT_THROW(new PrinterV2(1, outputFormatJson), std::bad_alloc);
+   vorel_globalBufsize = defaultSize;
+   if (!sanitizing("address") && !sanitizing("thread")) {  // whose operator new stops the process
+      EXPECT_THROW(TrackedAllocation::operator new(impossible), std::bad_alloc);
+   }
+   EXPECT_EQ(live(), before);
+}
+
+TEST_F(PrinterTest, WriteQuotedStringCopiesRunsAndEscapesUnescapedQuotes) {
+   const struct {
+      const char* text;
+      const char* output;
+      Calls calls;  // with an area of one byte, which no run of two or more fits
+   } cases[] = {
+         {"", "", {}},
+         {"a", "a", {}},
+         {R"(ab"cde)", R"(ab\"cde)", {"allocate 2", "allocate 2", "allocate 3"}},
+         {R"(")", R"(\")", {"allocate 2"}},
+         {R"("")", R"(\"\")", {"allocate 2", "allocate 2"}},
+         {R"(a\"b)", R"(a\"b)", {"allocate 4"}},
+         {R"(a\\"b)", R"(a\\\"b)", {"allocate 3", "allocate 2", "allocate 1"}},
+         {R"(a\\\"b)", R"(a\\\"b)", {"allocate 6"}},
+         {R"(\x"b)", R"(\x\"b)", {"allocate 2", "allocate 2", "allocate 1"}},
+         {R"(\"")", R"(\"\")", {"allocate 2", "allocate 2"}},
+         {"ab\\", "ab\\", {"allocate 3"}},
+         {"\n\x80\x01", "\n\x80\x01", {"allocate 3"}},
+   };
+   for (OutputFormat_t format : {outputFormatUnknown, outputFormatText, outputFormatJson}) {
+      for (const auto& [text, output, calls] : cases) {
+         RecordingBuffer buffer(1);
+         RendererV2 renderer(format, &buffer, false);
+         renderer.writeQuotedString(text);
+         EXPECT_EQ(buffer.output(), output);
+         EXPECT_EQ(buffer.calls, calls) << text;
+         EXPECT_TRUE(renderer.firstItem);
+      }
+   }
+}
+
+/** Prints a document, by the same calls in either format. */
+void printDocument(Renderer& to) {
+   to.start();
+   to.addFrills("%-8s %s\n", "Name", "Mtu");
+   to.startList("interfaces");
+   for (unsigned i = 0; i < 300; ++i) {
+      const std::string name = "eth" + std::to_string(i);
+      const Attr32Info nameInfo("name", name.c_str()), mtu("mtu", 1500 + i);
+      const Attr64Info load("load", i / 4.0);
+      to.startListEntry();
+      if (to.format == outputFormatText)
+         to.addAttributes("%-8s %u\n", 2, name.c_str(), 1500 + i);
+      else
+         to.addAttributes("%-8s %u\n", 2, &nameInfo, &mtu);
+      to.startSubmodel("counters");
+      to.addAttributesJson(1, &load);
+      to.endSubmodel();
+      to.endListEntry();
+   }
+   to.endList();
+   to.startDict("flags");
+   for (int key : {-1, 7}) {
+      const Attr32Info value("", key > 0);
+      to.startSimpleDictEntry(Attr32Info("", key));
+      to.addAttributesJson(1, &value);
+      to.endSimpleDictEntry();
+   }
+   to.endDict();
+   to.end();
+}
+
+TEST_F(PrinterTest, ThreadsPrintWholeDocumentsInEitherFormat) {
+   auto expected =
+         nlohmann::json::parse(R"({"interfaces": [], "flags": {"-1": false, "7": true}})");
+   std::string expectedText = "Name     Mtu\n";
+   for (unsigned i = 0; i < 300; ++i) {
+      const std::string name = "eth" + std::to_string(i);
+      expected["interfaces"].push_back(
+            {{"name", name}, {"mtu", 1500 + i}, {"counters", {{"load", i / 4.0}}}});
+      expectedText += name + std::string(9 - name.size(), ' ') + std::to_string(1500 + i) + "\n";
+   }
+   const auto print = [&](OutputFormat_t format, bool buffered, unsigned bufsize) {
+      Pipe pipe;
+      std::thread writer([&] {
+         printDocument(
+               *std::make_unique<Printer>(pipe.writer, format, false, false, buffered, bufsize));
+         pipe.writer.close();
+      });
+      const std::string all = pipe.read();
+      writer.join();
+      if (format == outputFormatText) {
+         EXPECT_EQ(all, expectedText);
+      } else {
+         EXPECT_EQ(nlohmann::json::parse(all), expected);
+         EXPECT_EQ(all.find('\n'), all.size() - 1);
+      }
+   };
+   for (OutputFormat_t format : {outputFormatText, outputFormatJson}) {
+      std::thread beside([&] { print(format, true, 100); });  // both at once
+      print(format, false, 0);
+      beside.join();
+      print(format, true, 0);
+   }
+}
+
+}  // namespace

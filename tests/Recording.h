@@ -1,0 +1,160 @@
+// What the tests share: a buffer that records, descriptors, and expected assertion reports.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "buffers/PrintBuffer.h"
+#include "interrupt/SigIntException.h"
+#include "render/Renderer.h"
+
+using Calls = std::vector<std::string>;
+
+/**
+ * Records each call as "allocate 5", "write abc" or "flush", and collects the output.
+ *
+ * Its area has `size` bytes, or as many as were asked for when that is more. Each area is a block
+ * of its own, freed by the next call that makes room, so that the address sanitizer sees a writer
+ * that goes past its end or keeps a pointer into it.
+ */
+class RecordingBuffer : public vorel::PrintBuffer {
+ public:
+   Calls calls;
+   size_t failingCall = 0;  ///< Number of the call that throws SigIntException; the first is 1.
+   bool stingy = false;     ///< Makes no room at all.
+
+   explicit RecordingBuffer(size_t size) : size_(size) { renew(size); }
+
+   std::string output() const {
+      return sent_ + std::string(area_.get(), static_cast<size_t>(writePtr - area_.get()));
+   }
+
+   void allocateSpace(size_t count) override {
+      record("allocate " + std::to_string(count));
+      if (!stingy)
+         renew(std::max(count, size_));
+   }
+   void flush() override {
+      record("flush");
+      renew(size_);
+   }
+   void rawWrite(const char* data, size_t len) override {
+      record("write " + std::string(data, len));
+      sent_.append(data, len);
+   }
+   bool wouldBlock() override {
+      record("wouldBlock");
+      return true;
+   }
+   uint64_t fullness() override { return 42; }
+
+ private:
+   void record(const std::string& call) {
+      calls.push_back(call);
+      if (calls.size() == failingCall)
+         throw vorel::SigIntException();
+   }
+   void renew(size_t size) {
+      if (area_ != nullptr)
+         sent_ = output();
+      area_ = std::make_unique<char[]>(size);
+      std::memset(area_.get(), '~', size);
+      writePtr = area_.get();
+      endPtr = writePtr + size;
+   }
+
+   size_t size_;
+   std::unique_ptr<char[]> area_;
+   std::string sent_;
+};
+
+/** For tests that mark their thread interrupted. */
+class InterruptingTest : public testing::Test {
+ protected:
+   ~InterruptingTest() override { vorel::resetInterrupted(); }
+};
+
+/** A descriptor that is closed with its owner. */
+struct Descriptor {
+   int fd;
+   explicit Descriptor(int fd_ = -1) : fd(fd_) {}
+   Descriptor(const Descriptor&) = delete;
+   Descriptor& operator=(const Descriptor&) = delete;
+   ~Descriptor() { close(); }
+   operator int() const { return fd; }
+   void close() {
+      if (fd >= 0)
+         ::close(fd);
+      fd = -1;
+   }
+};
+
+struct Pipe {
+   Descriptor reader, writer;
+
+   Pipe() {
+      int ends[2];
+      EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+      reader.fd = ends[0];
+      writer.fd = ends[1];
+   }
+   /** All bytes up to the end, which comes when the writer is closed. */
+   std::string read() const {
+      std::string all;
+      char part[65536];
+      for (ssize_t got = 0; (got = ::read(reader, part, sizeof part)) > 0;)
+         all.append(part, static_cast<size_t>(got));
+      return all;
+   }
+   std::string finish() {
+      writer.close();
+      return read();
+   }
+   /** The count of bytes that wait in the pipe. */
+   int pending() const {
+      int count = -1;
+      EXPECT_EQ(ioctl(reader, FIONREAD, &count), 0);
+      return count;
+   }
+};
+
+/** Calls addVaFrillsWrapper with an argument list of its own. */
+inline int addVaFrills(vorel::Renderer& to, const char* fmt, ...) {
+   va_list args;
+   va_start(args, fmt);
+   const int result = to.addVaFrillsWrapper(fmt, 0, args);
+   va_end(args);
+   return result;
+}
+
+/** Whether the tests are built with one of the sanitizers. */
+inline bool sanitizing(const std::string& sanitizer) {
+   return std::string(TEST_SANITIZERS).find(sanitizer) != std::string::npos;
+}
+
+/** A regular expression for the report of a broken assertion. */
+inline std::string report(const std::string& expression, const std::string& unit, int line,
+                          const std::string& function) {
+   std::string pattern;
+   for (char c : unit + ":" + std::to_string(line) + ": " + function + ": Assertion `" +
+                       expression + "' failed") {
+      if (std::strchr("\\^$.|?*+()[]{}", c) != nullptr)
+         pattern += '\\';
+      pattern += c;
+   }
+   return pattern;
+}
+
+/** The report of a write area that stays too small. */
+inline std::string noRoomReport() {
+   return report("endPtr - writePtr >= ptrdiff_t( required )", "ZyStrings/StringBuffer", 94,
+                 "char* ZyFmt::DynamicBufferInterface::getBuffer(size_t)");
+}

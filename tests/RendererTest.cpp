@@ -1,0 +1,343 @@
+// The calls that every operation makes on its buffer, its output, its result and its effect on the
+// comma, all predicted from the contract of the write area by a small model; and the structure
+// operations when the buffer throws or stops the process.
+#include "render/Renderer.h"
+
+#include <algorithm>
+#include <climits>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Recording.h"
+#include "plain/PlainC.h"
+
+using namespace vorel;
+
+namespace {
+
+template <class Info>
+struct Tagged : Info {
+   explicit Tagged(AttrType_t tag) { this->type = tag; }
+};
+
+/** What an operation does to the comma; a closing one before it writes, or late. */
+enum Effect { kKeeps, kOpens, kCloses, kClosesLate, kItems };
+
+/** An operation, the pieces it writes in JSON (commas apart), and what it writes in text. */
+struct Step {
+   Effect effect;
+   std::function<int(Renderer&)> run;
+   Calls pieces;
+   std::optional<std::string> text = {};
+   bool silentInText = true;  // or writes its JSON there too
+};
+
+Step plain(Effect effect, void (Renderer::*run)(), Calls pieces) {
+   return {effect, [=](Renderer& to) { return (to.*run)(), 0; }, std::move(pieces)};
+}
+Step opens(void (Renderer::*run)(const char*), const char* name, const std::string& piece) {
+   return {kOpens, [=](Renderer& to) { return (to.*run)(name), 0; }, {piece}};
+}
+template <class Info, class Value>
+Step entry(void (Renderer::*run)(const Info&), Value key, const std::string& piece) {
+   return {kOpens, [=](Renderer& to) { return (to.*run)(Info("unused", key)), 0; }, {piece}};
+}
+template <class Info = Attr32Info, class Value>
+Step member(const char* name, Value value, const std::string& piece) {
+   const auto run = [=](Renderer& to) {
+      const Info info(name, value);
+      return to.addAttributesJson(1, &info);
+   };
+   return {kItems, run, {piece}};
+}
+Step frill(const std::string& text) {
+   return {kKeeps, [=](Renderer& to) { return to.addFrills("%s|", text.c_str()); }, {}, text + "|"};
+}
+Step wrappedFrill(const std::string& text) {
+   const auto run = [=](Renderer& to) {
+      const int result = addVaFrills(to, "%s|", text.c_str());
+      return result == -1 ? addVaFrills(to, "%s|", text.c_str()) : result;
+   };
+   return {kKeeps, run, {}, text + "|"};
+}
+Step inText(Step step) {
+   step.silentInText = false;
+   return step;
+}
+
+int addThreeOrFive(Renderer& to) {
+   Attr32Info hidden("hidden", 1);
+   const Attr32Info name("name", "eth0"), mtu("mtu", 576U), up("", true);
+   hidden.suppressed = true;
+   const char* const fmt = "Name: %s  Mtu: %u  Up: %s\n";
+   return to.format == outputFormatText
+                ? to.addAttributes(fmt, 3, "eth0", 576U, "yes")
+                : to.addAttributes(fmt, 5, &hidden, &name, &mtu, &up, &hidden);
+}
+int addNothing(Renderer& to) {
+   Attr32Info hidden("hidden", 1);
+   hidden.suppressed = true;
+   return to.addAttributesJson(1, &hidden) + to.addAttributesJson(0) + to.addAttributesJson(-1);
+}
+
+const std::string kLong(600, 'l');  // also longer than what is put together without the heap
+const char* const kNull = nullptr;  // prints as the C library prints it
+
+const std::vector<Step> kSteps = {
+      plain(kKeeps, &Renderer::start, {"{"}),
+      frill("Heading"),
+      frill(""),
+      opens(&Renderer::startList, "items", R"("items":[)"),
+      plain(kOpens, &Renderer::startListEntry, {"{"}),
+      member("i", INT32_MIN, R"("i":-2147483648)"),
+      member("u", UINT32_MAX, R"("u":4294967295)"),
+      member<Attr64Info>("l", UINT64_MAX, R"("l":18446744073709551615)"),
+      member("f", 1.5F, R"("f":1.500000)"),
+      member<Attr64Info>("d", -0.1, R"("d":-0.100000)"),
+      member("s", "a\"b", R"("s":"a"b")"),
+      member("t", true, R"("t":true)"),
+      member("n", false, R"("n":false)"),
+      plain(kCloses, &Renderer::endListEntry, {"}"}),
+      plain(kClosesLate, &Renderer::endList, {"]"}),
+      opens(&Renderer::startList, "", R"("":[)"),
+      member("", -7, "-7"),
+      member("", 7U, "7"),
+      member<Attr64Info>("", uint64_t{8}, "8"),
+      member("", -0.25F, "-0.250000"),
+      member<Attr64Info>("", 1e19, "10000000000000000000.000000"),
+      member("", "x", R"("x")"),
+      {kItems, addNothing, {}},
+      member("", true, "true"),
+      member("", false, "false"),
+      plain(kClosesLate, &Renderer::endList, {"]"}),
+      opens(&Renderer::startList, "empty", R"("empty":[)"),
+      plain(kClosesLate, &Renderer::endList, {"]"}),
+      opens(&Renderer::startDict, "ids", R"("ids":{)"),
+      entry<Attr32Info>(&Renderer::startDictEntry, INT32_MIN, R"("-2147483648":{)"),
+      {kItems, addNothing, {}},
+      plain(kCloses, &Renderer::endDictEntry, {"}"}),
+      entry<Attr64Info>(&Renderer::startDictEntry, UINT64_MAX, R"("18446744073709551615":{)"),
+      plain(kCloses, &Renderer::endDictEntry, {"}"}),
+      plain(kCloses, &Renderer::endDict, {"}"}),
+      opens(&Renderer::startSubmodel, "flags", R"("flags":{)"),
+      entry<Attr32Info>(&Renderer::startSimpleDictEntry, UINT32_MAX, R"("4294967295":)"),
+      member("", true, "true"),
+      plain(kCloses, &Renderer::endSimpleDictEntry, {}),
+      entry<Attr64Info>(&Renderer::startSimpleDictEntry, UINT64_MAX, R"("18446744073709551615":)"),
+      inText(plain(kOpens, &Renderer::startObj, {"{"})),
+      inText(plain(kCloses, &Renderer::endObj, {"}"})),
+      plain(kCloses, &Renderer::endSimpleDictEntry, {}),
+      plain(kCloses, &Renderer::endSubmodel, {"}"}),
+      inText(opens(&Renderer::startSimpleObj, "simple", R"("simple":)")),
+      member("", kLong.c_str(), "\"" + kLong + "\""),
+      inText(opens(&Renderer::startObj, "intf", R"("intf":{)")),
+      {kItems,  // the result is the length of "mtu":576
+       addThreeOrFive,
+       {R"("name":"eth0")", R"("mtu":576)", "true"},
+       "Name: eth0  Mtu: 576  Up: yes\n"},
+      member(kLong.c_str(), 1, "\"" + kLong + "\":1"),
+      frill(kLong),
+      wrappedFrill("wrapped"),
+      wrappedFrill(kLong),
+      inText(opens(&Renderer::startObj, kNull, "\"(null)\":{")),
+      member(kNull, kNull, "\"(null)\":\"(null)\""),
+      entry<Attr32Info>(&Renderer::startDictEntry, kNull, "\"(null)\":{"),
+      plain(kCloses, &Renderer::endDictEntry, {"}"}),
+      inText(plain(kCloses, &Renderer::endObj, {"}"})),
+      plain(kKeeps, &Renderer::end, {"}", "\n"}),
+};
+
+/** What the steps must do to a buffer whose areas have `size` bytes, and to the renderer. */
+struct Model {
+   OutputFormat_t format;
+   bool buffered;
+   size_t size;
+   size_t failingCall = 0;
+   size_t free = size;
+   bool firstItem = true;
+   Calls calls = {};
+   std::string output = {};
+
+   /** Returns the step's result. */
+   int run(const Step& step) {
+      if (format == outputFormatText && step.silentInText)
+         return step.text ? formatted(*step.text) : 0;
+      int result = 0;
+      if (step.effect == kCloses)
+         firstItem = false;
+      for (const std::string& text : step.pieces) {
+         if (step.effect == kOpens || step.effect == kItems) {
+            if (!firstItem)
+               copied(",");
+            firstItem = step.effect == kOpens;
+         }
+         // Brackets and the bare words are copied; everything else is formatted with its NUL.
+         if (text.find_first_not_of("{}[]\n") == std::string::npos || text == "true" ||
+             text == "false")
+            copied(text);
+         else
+            result = formatted(text);
+      }
+      if (step.effect == kClosesLate)
+         firstItem = false;
+      return step.effect == kItems ? result : 0;
+   }
+
+ private:
+   void call(const std::string& expected) {
+      calls.push_back(expected);
+      if (calls.size() == failingCall)
+         throw SigIntException();
+   }
+   void room(size_t count) {
+      if (free >= count)
+         return;
+      call("allocate " + std::to_string(count));
+      free = std::max(count, size);
+   }
+   void copied(const std::string& text) {
+      if (buffered) {
+         room(text.size());
+         free -= text.size();
+      } else {
+         call("write " + text);
+      }
+      output += text;
+   }
+   int formatted(const std::string& text) {
+      const int length = static_cast<int>(text.size());
+      if (!buffered) {
+         copied(text);
+         return length;
+      }
+      room(1);
+      if (text.size() >= free)
+         room(text.size() + 1);
+      free -= text.size();
+      output += text;
+      return length;
+   }
+};
+
+int runUnlessItThrows(const std::function<int()>& run) {
+   try {
+      return run();
+   } catch (const SigIntException&) {
+      return INT_MIN;
+   }
+}
+
+/** Returns whether a call failed. */
+bool expectAsPredicted(Model model) {
+   RecordingBuffer buffer(model.size);
+   buffer.failingCall = model.failingCall;
+   Renderer renderer(model.format, &buffer, model.buffered);
+   for (const Step& step : kSteps) {
+      if (model.format == outputFormatUnknown && step.text)
+         continue;  // frills and addAttributes take no such format
+      const int result = runUnlessItThrows([&] { return model.run(step); });
+      EXPECT_EQ(runUnlessItThrows([&] { return step.run(renderer); }), result);
+      EXPECT_EQ(buffer.calls, model.calls);
+      EXPECT_EQ(renderer.firstItem, model.firstItem);
+      EXPECT_EQ(buffer.output(), model.output);
+      if (testing::Test::HasFailure() || result == INT_MIN) {
+         EXPECT_FALSE(testing::Test::HasFailure())
+               << "step " << &step - kSteps.data() << ", format " << model.format << ", area "
+               << model.size << ", failing call " << model.failingCall;
+         return result == INT_MIN;
+      }
+   }
+   return false;
+}
+
+TEST(Renderer, EveryOperationMakesThePredictedCalls) {
+   for (OutputFormat_t format : {outputFormatUnknown, outputFormatText, outputFormatJson}) {
+      expectAsPredicted({format, false, 0});
+      for (size_t size = 0; size < 1400 && !HasFailure(); size += size < 80 || size > 590 ? 1 : 37)
+         expectAsPredicted({format, true, size});
+   }
+}
+
+TEST(Renderer, StateIsAsFarAsItHadComeWhenAnyCallThrows) {
+   for (OutputFormat_t format : {outputFormatUnknown, outputFormatText, outputFormatJson}) {
+      for (size_t call = 1; expectAsPredicted({format, false, 0, call}); ++call) {
+      }
+      for (size_t size : {size_t{0}, size_t{1}, size_t{10}, size_t{50}})
+         for (size_t call = 1; expectAsPredicted({format, true, size, call}); ++call) {
+         }
+   }
+}
+
+TEST(Renderer, NamesAndTextsOfEveryLengthAreWrittenWhole) {
+   for (size_t i = 0; i < 1200; ++i) {
+      // Names and strings around a length that may be treated on its own, and long frills.
+      const std::string name(i % 40, 'n'), value(i / 30, 'v'), text(i, 't');
+      const Attr32Info string(name.c_str(), value.c_str()), number(name.c_str(), 7);
+      const std::string json = "\"" + name + "\":{" + (name.empty() ? "" : "\"" + name + "\":") +
+                               "\"" + value + "\"," + (name.empty() ? "" : "\"" + name + "\":") +
+                               "7,\"" + value + "\":";
+      for (bool buffered : {false, true}) {
+         RecordingBuffer buffer(5000);
+         Renderer to(outputFormatJson, &buffer, buffered);
+         to.startObj(name.c_str());
+         to.addAttributesJson(2, &string, &number);
+         to.startSimpleDictEntry(string);
+         to.format = outputFormatText;
+         EXPECT_EQ(to.addFrills("%s", text.c_str()), static_cast<int>(i));
+         ASSERT_EQ(buffer.output(), json + text);
+      }
+   }
+}
+
+TEST(Renderer, ForwardsToItsBufferAndDestroysSilently) {
+   for (OutputFormat_t format : {outputFormatUnknown, outputFormatText, outputFormatJson}) {
+      RecordingBuffer buffer(10);
+      {
+         Renderer renderer(format, &buffer, true);
+         EXPECT_TRUE(renderer.wouldBlock());
+         EXPECT_EQ(renderer.fullness(), 42U);
+         renderer.ioflush();
+         renderer.start();
+      }
+      EXPECT_EQ(buffer.calls, (Calls{"wouldBlock", "flush"}));
+      EXPECT_EQ(buffer.output(), format == outputFormatText ? "" : "{");
+   }
+}
+
+TEST(Renderer, FormatsByName) {
+   EXPECT_EQ(stringToOutputFormat("text"), outputFormatText);
+   EXPECT_EQ(stringToOutputFormat("json"), outputFormatJson);
+   for (const char* word : {"", "JSON", "Text", "json ", "text ", "tex", "attr"})
+      EXPECT_EQ(stringToOutputFormat(word), outputFormatUnknown) << word;
+   EXPECT_EQ(stringToOutputFormat(nullptr), outputFormatUnknown);
+}
+
+TEST(RendererDeathTest, StopsOnUnknownKeysAndWhenThereIsNoRoom) {
+   RecordingBuffer buffer(3);
+   Renderer renderer(outputFormatJson, &buffer, true);
+   const auto expect = [&](auto run, int line, const std::string& function) {
+      EXPECT_DEATH(run(renderer),
+                   report("0", "Renderer", line, "void vorel::Renderer::" + function));
+      Renderer text(outputFormatText, &buffer, true);
+      run(text);  // which does not look at the key
+   };
+   expect([](Renderer& r) { r.startDictEntry(Tagged<Attr32Info>(attrBool)); }, 157,
+          "startDictEntry(const vorel::Attr32Info&)");
+   expect([](Renderer& r) { r.startDictEntry(Tagged<Attr64Info>(attrString)); }, 171,
+          "startDictEntry(const vorel::Attr64Info&)");
+   expect([](Renderer& r) { r.startSimpleDictEntry(Tagged<Attr32Info>(attrUint64)); }, 192,
+          "startSimpleDictEntry(const vorel::Attr32Info&)");
+   expect([](Renderer& r) { r.startSimpleDictEntry(Tagged<Attr64Info>(attrInt32)); }, 206,
+          "startSimpleDictEntry(const vorel::Attr64Info&)");
+   EXPECT_EQ(buffer.calls, Calls{});
+   EXPECT_EQ(buffer.output(), "");
+   buffer.stingy = true;
+   EXPECT_DEATH(renderer.startList("ab"), noRoomReport());
+   const Attr32Info bare("", true);
+   EXPECT_DEATH(renderer.addAttributesJson(1, &bare), noRoomReport());
+}
+
+}  // namespace

@@ -1,0 +1,94 @@
+#include "interrupt/SigIntException.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Recording.h"
+#include "plain/PlainC.h"
+
+namespace {
+
+int ownId() {
+   return static_cast<int>(syscall(SYS_gettid));
+}
+
+constexpr int kNobody = 1 << 30;  // the kernel gives no such thread id
+
+class SigIntExceptionTest : public InterruptingTest {};
+
+TEST_F(SigIntExceptionTest, FlagsById) {
+   EXPECT_EQ(vorel_isInterrupted(kNobody), 0);
+   vorel_delInterrupted(kNobody);
+   struct {
+      void (*change)(int);
+      int flag;
+   } const changes[] = {
+         {vorel_resetInterrupted, 0}, {vorel_setInterrupted, 1}, {vorel_setInterrupted, 1},
+         {vorel_resetInterrupted, 0}, {vorel_delInterrupted, 0}, {vorel_delInterrupted, 0},
+         {vorel_setInterrupted, 1},   {vorel_delInterrupted, 0}, {vorel_setInterrupted, 1}};
+   for (const auto& [change, flag] : changes) {
+      change(kNobody);
+      EXPECT_EQ(vorel_isInterrupted(kNobody), flag);
+      EXPECT_FALSE(vorel::isInterrupted());
+      EXPECT_NO_THROW(vorel::raiseSigIntIfNeeded());
+   }
+   // Of two marks one is taken back: the other still counts.
+   vorel::setInterrupted();
+   vorel_delInterrupted(kNobody);
+   EXPECT_TRUE(vorel::isInterrupted());
+   vorel::resetInterrupted();
+   EXPECT_FALSE(vorel::isInterrupted());
+}
+
+TEST_F(SigIntExceptionTest, AMarkStaysUntilItIsReset) {
+   vorel::setInterrupted();
+   EXPECT_EQ(vorel_isInterrupted(ownId()), 1);
+   EXPECT_THROW(vorel::raiseSigIntIfNeeded(), vorel::SigIntException);
+   try {
+      vorel::raiseSigIntIfNeeded();
+      FAIL();
+   } catch (const std::exception& error) {
+      EXPECT_STREQ(error.what(), "interrupted by control-c");
+   }
+   vorel_delInterrupted(ownId());
+   EXPECT_NO_THROW(vorel::raiseSigIntIfNeeded());
+   setInterruptedForTest();
+   EXPECT_TRUE(vorel::isInterrupted());
+   resetInterruptedForTest();
+   EXPECT_FALSE(vorel::isInterrupted());
+}
+
+TEST_F(SigIntExceptionTest, AMarkReachesItsThreadAloneWhileOthersChangeTheirs) {
+   constexpr int kThreads = 8;
+   std::atomic<int> ids[kThreads] = {};
+   std::atomic<int> stopped{0};
+   std::vector<std::thread> threads;
+   for (auto& id : ids) {
+      threads.emplace_back([&id, &stopped] {
+         id = ownId();
+         while (!vorel::isInterrupted()) {
+            vorel_setInterrupted(kNobody);
+            vorel_delInterrupted(kNobody);
+         }
+         ++stopped;
+      });
+   }
+   for (int i = 0; i < kThreads; ++i) {
+      while (ids[i] == 0)
+         std::this_thread::yield();
+      EXPECT_LE(stopped, i);
+      vorel_setInterrupted(ids[i]);
+   }
+   for (auto& thread : threads)
+      thread.join();
+   EXPECT_FALSE(vorel::isInterrupted());
+   for (auto& id : ids)
+      vorel_delInterrupted(id);
+}
+
+}  // namespace
