@@ -12,7 +12,8 @@ namespace vorel {
 
 // Numbers as text, whatever the locale. No NUL is written.
 
-/** The most characters that putNumber writes for a number of this type. */
+/** The most characters that putNumber writes for a number of this type, at least the eight that it
+ * always stores and a sign. */
 template <class Integer>
 constexpr size_t kNumberRoom =
       size_t{std::numeric_limits<Integer>::digits10 + 1 + std::numeric_limits<Integer>::is_signed};
@@ -21,16 +22,6 @@ inline constexpr size_t kNumberRoom<double> =
       1 + std::numeric_limits<double>::max_exponent10 + 1 + 7;
 
 namespace number {
-
-/** "00" to "99". */
-inline constexpr auto kPairs = [] {
-   std::array<char, 200> pairs{};
-   for (size_t i = 0; i < 100; ++i) {
-      pairs[2 * i] = static_cast<char>('0' + i / 10);
-      pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
-   }
-   return pairs;
-}();
 
 /** 10^0 to 10^19. */
 inline constexpr auto kPowers = [] {
@@ -43,6 +34,28 @@ inline constexpr auto kPowers = [] {
    return powers;
 }();
 
+inline constexpr uint32_t kEight = 100000000;
+inline constexpr uint64_t kZeros = 0x3030303030303030;  // '0' eight times
+
+/** The eight digits of a number below 10^8 as eight bytes of 0 to 9, the first one lowest. Halves
+ * of halves are split side by side in one word; multiplying and shifting divides by 100 and by 10.
+ */
+inline uint64_t eightDigits(uint32_t value) {
+   const uint64_t fours = value / 10000 | uint64_t{value % 10000} << 32;
+   const uint64_t hundreds = fours * 10486 >> 20 & 0x0000007f0000007f;
+   const uint64_t pairs = hundreds | (fours - hundreds * 100) << 16;
+   const uint64_t tens = pairs * 103 >> 10 & 0x000f000f000f000f;
+   return tens | (pairs - tens * 10) << 8 | kZeros;
+}
+
+// The first character of a text is the lowest byte of a word.
+static_assert(std::endian::native == std::endian::little);
+
+inline void putEight(char* out, uint32_t value) {
+   const uint64_t digits = eightDigits(value);
+   std::memcpy(out, &digits, sizeof digits);
+}
+
 }  // namespace number
 
 /** How many decimal digits a number has; 1 for 0. */
@@ -53,45 +66,55 @@ inline unsigned countDigits(uint64_t value) {
    return estimate + (value >= number::kPowers[estimate] ? 1 : 0) + (value == 0 ? 1 : 0);
 }
 
-/** Writes a number below 100 in two digits. */
-inline void putPair(char* out, uint32_t value) {
-   std::memcpy(out, &number::kPairs[size_t{2} * value], 2);
+/** Whether the bytes behind a text may be written to while it is made. */
+enum class Behind { scratch, kept };
+
+namespace number {
+
+/** Writes the last `count` digits, at most eight, of a number below 10^8. */
+template <Behind behind>
+void putLast(char* out, uint32_t value, unsigned count) {
+   const uint64_t digits = eightDigits(value) >> (8 - count) * 8;
+   if (behind == Behind::scratch || count == 8) {
+      std::memcpy(out, &digits, 8);
+   } else if (count >= 4) {
+      const uint64_t last = digits >> (count - 4) * 8;
+      std::memcpy(out, &digits, 4);
+      std::memcpy(out + count - 4, &last, 4);
+   } else if (count >= 2) {
+      const uint64_t last = digits >> (count - 2) * 8;
+      std::memcpy(out, &digits, 2);
+      std::memcpy(out + count - 2, &last, 2);
+   } else if (count != 0) {
+      *out = static_cast<char>(digits);
+   }
 }
 
-/** Writes a number below 10^8 in eight digits: halves of halves, which the processor makes side by
- * side, where digit after digit waits for the one before. */
-inline void putEightDigits(char* out, uint32_t value) {
-   const uint32_t high = value / 10000;
-   const uint32_t low = value % 10000;
-   putPair(out, high / 100);
-   putPair(out + 2, high % 100);
-   putPair(out + 4, low / 100);
-   putPair(out + 6, low % 100);
-}
+}  // namespace number
 
-/** Writes the last `count` decimal digits of a number, leading zeros included; returns their end.
- */
-inline char* putDigits(char* out, uint64_t value, unsigned count) {
-   constexpr uint32_t kEight = 100000000;
+/** Writes a number in exactly `count` digits, which it has at most; returns their end. Scratch is
+ * at most seven bytes. */
+template <Behind behind>
+char* putDigits(char* out, uint64_t value, unsigned count) {
+   using number::kEight;
    char* const end = out + count;
-   char* digit = end;
-   for (; count >= 8; count -= 8) {
-      digit -= 8;
-      putEightDigits(digit, static_cast<uint32_t>(value % kEight));
-      value /= kEight;
+   if (count <= 8) {
+      number::putLast<behind>(out, static_cast<uint32_t>(value), count);
+      return end;
    }
-   auto rest = static_cast<uint32_t>(value % kEight);
-   for (; count >= 2; count -= 2) {
-      digit -= 2;
-      putPair(digit, rest % 100);
-      rest /= 100;
+   const uint64_t high = value / kEight;
+   if (count <= 16) {
+      number::putLast<behind>(out, static_cast<uint32_t>(high), count - 8);
+   } else {
+      number::putLast<behind>(out, static_cast<uint32_t>(high / kEight), count - 16);
+      number::putEight(end - 16, static_cast<uint32_t>(high % kEight));
    }
-   if (count != 0)
-      *--digit = static_cast<char>('0' + rest % 10);
+   number::putEight(end - 8, static_cast<uint32_t>(value % kEight));
    return end;
 }
 
-/** Writes a number at `out`, where there is room for kNumberRoom characters; returns its end. */
+/** Writes a number at `out`, where there is room for kNumberRoom characters, which may all be
+ * written to; returns its end. */
 template <class Integer>
 char* putNumber(char* out, Integer value) {
    using Unsigned = std::make_unsigned_t<Integer>;
@@ -102,7 +125,7 @@ char* putNumber(char* out, Integer value) {
          magnitude = Unsigned{0} - magnitude;
       }
    }
-   return putDigits(out, magnitude, countDigits(magnitude));
+   return putDigits<Behind::scratch>(out, magnitude, countDigits(magnitude));
 }
 
 /** The magnitude of a double, rounded to some digits after the point. */
@@ -165,9 +188,9 @@ inline char* putNumber(char* out, double value) {
             .ptr;
    if (std::bit_cast<uint64_t>(value) >> 63 != 0)
       *out++ = '-';
-   out = putDigits(out, fixed.whole, countDigits(fixed.whole));
+   out = putNumber(out, fixed.whole);
    *out++ = '.';
-   return putDigits(out, fixed.fraction, kDigits);
+   return putDigits<Behind::scratch>(out, fixed.fraction, kDigits);
 }
 
 }  // namespace vorel
