@@ -1,99 +1,107 @@
-#include <cstring>
+#include "render/FormatScanner.h"
 
-#include "render/Renderer.h"
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <string_view>
 
 namespace vorel {
 
 namespace {
 
-/** What closes a conversion. */
-struct Closing {
-   int size;  // of the argument in bytes; 0 when the character closes nothing
-   bool isFloat;
-   size_t length;  // characters up to and with the conversion character
+/** What a character means within a conversion. */
+enum class Role : uint8_t {
+   passedOver,
+   fourBytes,
+   eightBytes,
+   floating,
+   sizer,
+   cancels,
+   endsFormat
 };
 
-Closing classify(const char* at) {
-   switch (*at) {
-      case 'l': {  // sizes an integer only directly before it, alone or doubled
-         const size_t modifiers = at[1] == 'l' ? 2 : 1;
-         switch (at[modifiers]) {
-            case 'd':
-            case 'i':
-            case 'u':
-            case 'x':
-            case 'X':
-               return {8, false, modifiers + 1};
-            default:
-               return {0, false, 1};
-         }
-      }
-      case 'e':
-      case 'E':
-      case 'f':
-      case 'F':
-      case 'g':
-      case 'G':
-         return {8, true, 1};
-      case 's':
-      case 'p':
-         return {8, false, 1};
-      case 'c':
-      case 'd':
-      case 'i':
-      case 'o':
-      case 'u':
-      case 'x':
-      case 'X':
-         return {4, false, 1};
-      default:
-         return {0, false, 1};
-   }
+constexpr auto kRoles = [] {
+   std::array<Role, 256> roles{};
+   const auto set = [&roles](std::string_view characters, Role role) {
+      for (const char c : characters)
+         roles[static_cast<unsigned char>(c)] = role;
+   };
+   set("cdiouxX", Role::fourBytes);
+   set("sp", Role::eightBytes);
+   set("eEfFgG", Role::floating);
+   set("l", Role::sizer);
+   set("%", Role::cancels);
+   set(std::string_view("", 1), Role::endsFormat);
+   return roles;
+}();
+
+Role roleOf(char c) {
+   return kRoles[static_cast<unsigned char>(c)];
+}
+
+/** Where a conversion sized by the l at `at` ends: behind a d, i, u, x or X that follows it or its
+ * double. Null when it sizes nothing and is passed over. */
+const char* endOfSized(const char* at) {
+   const char* const letter = at[1] == 'l' ? at + 2 : at + 1;
+   const bool isSized = roleOf(*letter) == Role::fourBytes && *letter != 'c' && *letter != 'o';
+   return isSized ? letter + 1 : nullptr;
 }
 
 }  // namespace
 
-int getArgLenList(const char* fmt, int* argLens, int* pieceEnds, bool* isFloat) {
-   const size_t length = std::strlen(fmt);
-   int count = 0;   // conversions started and not cancelled
-   int closed = 0;  // conversions closed, with an entry in the arrays
-   bool open = false;
-   bool backslash = false;  // the character before, outside a conversion
-   for (size_t i = 0; i < length;) {
-      const char c = fmt[i];
-      if (!open) {
-         ++i;
-         if (c != '%') {
-            backslash = c == '\\';
-         } else if (backslash) {
-            backslash = false;
-         } else {
-            open = true;
-            if (++count > kMaxConversions)
-               __assert_fail("0", "Renderer", 622,
-                             "int vorel::getArgLenList(const char*, int*, int*, bool*)");
-         }
-         continue;
-      }
-      if (c == '%') {
-         ++i;
-         --count;
-         open = false;
-         continue;
-      }
-      const Closing closing = classify(fmt + i);
-      i += closing.length;
-      if (closing.size == 0)
-         continue;
-      argLens[closed] = closing.size;
-      isFloat[closed] = closing.isFloat;
-      pieceEnds[closed] = static_cast<int>(i);
+FormatScan::FormatScan(const char* fmt) : count(0), closed(0) {
+   const char* at = fmt;
+   const auto close = [&](int size, bool floating, const char* end) {
+      argLens[closed] = size;
+      isFloat[closed] = floating;
+      pieceEnds[closed] = static_cast<int>(end - fmt);
       ++closed;
+      at = end;
+   };
+   bool open = false;
+   for (;;) {
+      if (!open) {
+         while (*at != '%' && *at != '\0')
+            ++at;
+         if (*at == '\0')
+            break;
+         // Outside a conversion, a backslash can only stand here if it is outside as well.
+         open = at == fmt || at[-1] != '\\';
+         ++at;
+         if (open && ++count > kMaxConversions)
+            __assert_fail("0", "Renderer", 622,
+                          "int vorel::getArgLenList(const char*, int*, int*, bool*)");
+         continue;
+      }
+      const Role role = roleOf(*at);
+      if (role == Role::endsFormat)
+         break;
+      const char* const sizedEnd = role == Role::sizer ? endOfSized(at) : nullptr;
+      if (role == Role::passedOver || (role == Role::sizer && sizedEnd == nullptr)) {
+         ++at;
+         continue;
+      }
       open = false;
+      if (role == Role::cancels) {
+         --count;
+         ++at;
+      } else if (sizedEnd != nullptr) {
+         close(8, false, sizedEnd);
+      } else {
+         close(role == Role::fourBytes ? 4 : 8, role == Role::floating, at + 1);
+      }
    }
+   length = static_cast<size_t>(at - fmt);
    if (closed > 0)  // the last piece runs to the end of the format
       pieceEnds[closed - 1] = static_cast<int>(length);
-   return count;
+}
+
+int getArgLenList(const char* fmt, int* argLens, int* pieceEnds, bool* isFloat) {
+   const FormatScan scan(fmt);
+   std::copy_n(scan.argLens, scan.closed, argLens);
+   std::copy_n(scan.pieceEnds, scan.closed, pieceEnds);
+   std::copy_n(scan.isFloat, scan.closed, isFloat);
+   return scan.count;
 }
 
 }  // namespace vorel

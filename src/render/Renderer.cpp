@@ -2,6 +2,7 @@
 
 #include "render/Arguments.h"
 #include "render/Emit.h"
+#include "render/FormatScanner.h"
 
 namespace vorel {
 
@@ -465,10 +466,7 @@ void Renderer::addArgs(const char* fmt, ...) {
 }
 
 int Renderer::addJsonAttributesNoArgCount(const char* fmt, va_list list) {
-   int argLens[kMaxConversions];
-   int pieceEnds[kMaxConversions];
-   bool isFloat[kMaxConversions];
-   return items(*this, getArgLenList(fmt, argLens, pieceEnds, isFloat), list, kUncounted);
+   return items(*this, FormatScan(fmt).count, list, kUncounted);
 }
 
 }  // namespace vorel

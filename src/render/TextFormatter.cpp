@@ -4,6 +4,7 @@
 #include "render/Arguments.h"
 #include "render/Conversion.h"
 #include "render/Emit.h"
+#include "render/FormatScanner.h"
 
 namespace vorel {
 
@@ -108,22 +109,18 @@ int printPiece(Renderer& to, std::string_view piece, int argLen, OneArgument arg
 }  // namespace
 
 int Renderer::vorel_vfprintf(const char* fmt, va_list list) {
-   const std::string_view whole = fmt;
-   if (whole.size() > INT_MAX)
+   const FormatScan scan(fmt);
+   if (scan.length > INT_MAX)
       return -1;
-   int argLens[kMaxConversions];
-   int pieceEnds[kMaxConversions] = {};
-   bool isFloat[kMaxConversions];
-   const int count = getArgLenList(fmt, argLens, pieceEnds, isFloat);
-   // Of a conversion that is left open at the end there is no entry.
-   if (count == 0 || pieceEnds[count - 1] == 0)
-      return unchanged(*this, whole);
+   if (scan.count == 0 || scan.count != scan.closed)
+      return unchanged(*this, {fmt, scan.length});
    int length = 0;
-   size_t begin = 0;
-   for (int i = 0; i < count && length >= 0; ++i) {
-      const auto end = static_cast<size_t>(pieceEnds[i]);
-      length = printPiece(*this, whole.substr(begin, end - begin), argLens[i],
-                          OneArgument(list, argLens[i], isFloat[i]));
+   int begin = 0;
+   for (int i = 0; i < scan.count && length >= 0; ++i) {
+      const int end = scan.pieceEnds[i];
+      const std::string_view piece(fmt + begin, static_cast<size_t>(end - begin));
+      length = printPiece(*this, piece, scan.argLens[i],
+                          OneArgument(list, scan.argLens[i], scan.isFloat[i]));
       begin = end;
    }
    return length;
