@@ -138,8 +138,8 @@ class [[gnu::visibility("default")]] NonBlockingCliTxnBuffer : public PrintBuffe
    /** Whether there are unsent bytes. */
    virtual bool haveData();
 
-   /** Gives the next contiguous piece to send and returns its size, 0 when there is none. It is
-    * valid until the next call that writes, sends or cancels. No transaction may be open. */
+   /** Gives the next contiguous piece to send and returns its size, 0 when there is none. Its bytes
+    * stay where they are until they are sent. No transaction may be open. */
    size_t nextExtract(const char** out);
    /** Marks `count` bytes of that piece, not more than it has, as sent. */
    void extract(size_t count);
@@ -156,7 +156,8 @@ class [[gnu::visibility("default")]] NonBlockingCliTxnBuffer : public PrintBuffe
    void cancelTransaction(const SavePoint& sp);
 
    /** Sets the next `count` bytes of the output aside. The caller fills in the chunk that is
-    * returned, from `start` to `end`, before they are sent. */
+    * returned, from `start` to `end`, before they are sent. It is valid until then, or until a
+    * transaction that it was made in is cancelled; one of no bytes, until the next send. */
    Chunk& reserve(size_t count);
 
    /** Removes the back chunk; a block that it shares goes to the chunk before it. A step of
