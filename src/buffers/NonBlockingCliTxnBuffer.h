@@ -24,8 +24,7 @@ namespace vorel {
  * Invariants between operations:
  * 1. There is at least one chunk.
  * 2. The write area ends where the back chunk ends: writePtr <= endPtr == data.back().end. The back
- *    chunk owns its block. A chunk without a block of its own lies in that of the next one with
- * one.
+ *    chunk owns its block. A chunk that owns none lies in the block of the next one that owns one.
  * 3. A chunk's unsent bytes run from readPtr, if it is the front chunk, otherwise from its start,
  *    up to writePtr, if it is the back chunk, otherwise to its end.
  * 4. sealedBytes is the number of unsent bytes in all chunks but the back chunk.
