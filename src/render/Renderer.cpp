@@ -1,5 +1,7 @@
 #include "render/Renderer.h"
 
+#include <type_traits>
+
 #include "render/Arguments.h"
 #include "render/Emit.h"
 
@@ -13,10 +15,11 @@ constexpr char kOpenObject[] = "\":{";
 /** Writes an unnamed opening. */
 void open(Renderer& to, char bracket) {
    if (emit::hasEnoughRoom(to)) [[likely]] {
-      char* const out = emit::putSeparator(to.buffer->writePtr, to);
+      PrintBuffer& buffer = *to.buffer;
+      char* const out = emit::putSeparator(buffer.writePtr, to);
       to.firstItem = true;
       *out = bracket;
-      to.buffer->writePtr = out + 1;
+      buffer.writePtr = out + 1;
       return;
    }
    emit::separator(to);
@@ -24,7 +27,26 @@ void open(Renderer& to, char bracket) {
    emit::character(to, bracket);
 }
 
-[[gnu::noinline]] void openNamedAnywhere(Renderer& to, const char* name, std::string_view opening) {
+/** Writes a named opening the short way: the separator, what `putName` puts behind the opening
+ * quote, and what follows it. False when it has to go the long way. */
+template <class PutName, size_t Size>
+bool openQuickly(Renderer& to, PutName putName, const char (&opening)[Size]) {
+   if (!emit::hasEnoughRoom(to)) [[unlikely]]
+      return false;
+   PrintBuffer& buffer = *to.buffer;
+   char* out = emit::putSeparator(buffer.writePtr, to);
+   *out = '"';
+   out = putName(out + 1);
+   if (out == nullptr) [[unlikely]]
+      return false;
+   std::memcpy(out, opening, Size - 1);
+   buffer.writePtr = out + Size - 1;
+   to.firstItem = true;
+   return true;
+}
+
+/** Writes a named opening wherever it has to go. */
+[[gnu::noinline]] void openAnywhere(Renderer& to, const char* name, std::string_view opening) {
    emit::separator(to);
    to.firstItem = true;
    emit::raiseIfFailed(emit::piece(to, emit::kQuote, emit::text(name), opening));
@@ -33,53 +55,40 @@ void open(Renderer& to, char bracket) {
 /** Writes a name in quotes and what follows it, `":[` for instance. */
 template <size_t Size>
 void openNamed(Renderer& to, const char* name, const char (&opening)[Size]) {
-   if (emit::hasEnoughRoom(to)) [[likely]] {
-      char* out = emit::putSeparator(to.buffer->writePtr, to);
-      *out++ = '"';
-      out = emit::putName(out, name);
-      if (out != nullptr) [[likely]] {
-         std::memcpy(out, opening, Size - 1);
-         to.buffer->writePtr = out + Size - 1;
-         to.firstItem = true;
-         return;
-      }
-   }
-   openNamedAnywhere(to, name, {opening, Size - 1});
+   if (!openQuickly(
+             to, [name](char* out) { return emit::putName(out, name); }, opening))
+      openAnywhere(to, name, opening);
 }
 
-/** The text of a dictionary entry's key. */
-class Key {
- public:
-   Key(const Attr32Info& info, unsigned line, const char* function) : text_(digits_) {
-      if (info.type == attrInt32)
-         set(info.value.asInt32);
-      else if (info.type == attrUint32)
-         set(info.value.asUint32);
-      else if (info.type == attrString)
-         text_ = info.value.asString;
-      else
-         emit::impossible(line, function);
-   }
-   Key(const Attr64Info& info, unsigned line, const char* function) : text_(digits_) {
-      if (info.type == attrUint64)
-         set(info.value.asUint64);
-      else
-         emit::impossible(line, function);
-   }
-   Key(const Key&) = delete;
-   Key& operator=(const Key&) = delete;
-   const char* text() const { return text_; }
+/** Puts the key of a dictionary entry; null when it has to go the long way, or is of no type that
+ * can be one. */
+char* putKey(char* out, const Attr32Info& info) {
+   if (info.type == attrInt32)
+      return putNumber(out, info.value.asInt32);
+   if (info.type == attrUint32)
+      return putNumber(out, info.value.asUint32);
+   return info.type == attrString ? emit::putName(out, info.value.asString) : nullptr;
+}
+char* putKey(char* out, const Attr64Info& info) {
+   return info.type == attrUint64 ? putNumber(out, info.value.asUint64) : nullptr;
+}
 
- private:
-   template <class Integer>
-   void set(Integer number) {
-      static_assert(sizeof digits_ > kNumberRoom<Integer>);
-      *putNumber(digits_, number) = '\0';
-   }
-
-   char digits_[kNumberRoom<uint64_t> + 1];
-   const char* text_;
-};
+/** Opens a dictionary entry. An `info` that is no key is reported at `line` of `function`. */
+template <class Info, size_t Size>
+void openEntry(Renderer& to, const Info& info, const char (&opening)[Size], unsigned line,
+               const char* function) {
+   if (openQuickly(
+             to, [&info](char* out) { return putKey(out, info); }, opening))
+      return;
+   if (info.type == attrString && std::is_same_v<Info, Attr32Info>)
+      return openAnywhere(to, info.value.asString, opening);
+   char digits[kNumberRoom<uint64_t> + 1];
+   char* const end = putKey(digits, info);
+   if (end == nullptr)
+      emit::impossible(line, function);
+   *end = '\0';
+   openAnywhere(to, digits, opening);
+}
 
 }  // namespace
 
@@ -166,17 +175,15 @@ void Renderer::endDict() {
 }
 
 void Renderer::startDictEntry(const Attr32Info& info) {
-   if (format == outputFormatText)
-      return;
-   const Key key(info, 157, "void vorel::Renderer::startDictEntry(const vorel::Attr32Info&)");
-   openNamed(*this, key.text(), kOpenObject);
+   if (format != outputFormatText)
+      openEntry(*this, info, kOpenObject, 157,
+                "void vorel::Renderer::startDictEntry(const vorel::Attr32Info&)");
 }
 
 void Renderer::startDictEntry(const Attr64Info& info) {
-   if (format == outputFormatText)
-      return;
-   const Key key(info, 171, "void vorel::Renderer::startDictEntry(const vorel::Attr64Info&)");
-   openNamed(*this, key.text(), kOpenObject);
+   if (format != outputFormatText)
+      openEntry(*this, info, kOpenObject, 171,
+                "void vorel::Renderer::startDictEntry(const vorel::Attr64Info&)");
 }
 
 void Renderer::endDictEntry() {
@@ -184,17 +191,15 @@ void Renderer::endDictEntry() {
 }
 
 void Renderer::startSimpleDictEntry(const Attr32Info& info) {
-   if (format == outputFormatText)
-      return;
-   const Key key(info, 192, "void vorel::Renderer::startSimpleDictEntry(const vorel::Attr32Info&)");
-   openNamed(*this, key.text(), emit::kColon);
+   if (format != outputFormatText)
+      openEntry(*this, info, emit::kColon, 192,
+                "void vorel::Renderer::startSimpleDictEntry(const vorel::Attr32Info&)");
 }
 
 void Renderer::startSimpleDictEntry(const Attr64Info& info) {
-   if (format == outputFormatText)
-      return;
-   const Key key(info, 206, "void vorel::Renderer::startSimpleDictEntry(const vorel::Attr64Info&)");
-   openNamed(*this, key.text(), emit::kColon);
+   if (format != outputFormatText)
+      openEntry(*this, info, emit::kColon, 206,
+                "void vorel::Renderer::startSimpleDictEntry(const vorel::Attr64Info&)");
 }
 
 void Renderer::endSimpleDictEntry() {
