@@ -50,7 +50,8 @@ char* putQuoted(char* out, const char* limit, const char* string) {
 }
 
 char* putBool(char* out, bool value) {
-   std::memcpy(out, value ? "true\0\0\0" : "false\0\0", 8);
+   static constexpr char kWords[2][8] = {"false", "true"};
+   std::memcpy(out, kWords[value ? 1 : 0], sizeof kWords[0]);
    return out + (value ? 4 : 5);
 }
 

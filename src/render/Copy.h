@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -20,6 +21,20 @@ void halves(char* out, const char* from, size_t size) {
    std::memcpy(out + size - Half, last, Half);
 }
 
+/** Copies 16 to 48 bytes, as three thirds that may overlap: without a branch, since descriptions
+ * and the like have all these sizes. */
+inline void thirds(char* out, const char* from, size_t size) {
+   constexpr size_t kThird = 16;
+   const size_t middle = std::min(size - kThird, kThird);
+   char parts[3][kThird];
+   std::memcpy(parts[0], from, kThird);
+   std::memcpy(parts[1], from + middle, kThird);
+   std::memcpy(parts[2], from + size - kThird, kThird);
+   std::memcpy(out, parts[0], kThird);
+   std::memcpy(out + middle, parts[1], kThird);
+   std::memcpy(out + size - kThird, parts[2], kThird);
+}
+
 template <size_t Half>
 void fillHalves(char* out, char c, size_t size) {
    std::memset(out, c, Half);
@@ -32,10 +47,10 @@ void fillHalves(char* out, char c, size_t size) {
 inline char* put(char* out, std::string_view text) {
    const char* const from = text.data();
    const size_t size = text.size();
-   if (size > 32) {
+   if (size > 48) {
       std::memcpy(out, from, size);
    } else if (size >= 16) {
-      copy::halves<16>(out, from, size);
+      copy::thirds(out, from, size);
    } else if (size >= 8) {
       copy::halves<8>(out, from, size);
    } else if (size >= 4) {

@@ -149,7 +149,7 @@ inline bool putInteger(Area& area, const Conversion& conversion, Prefix prefix, 
       return false;
    out = fill(out, '0', digits - count);
    if (bitsEach == 0)
-      putDigits<Behind::kept>(out, value, count);
+      putDigits(out, value, count);
    else
       putBinaryDigits(out, value, count, bitsEach,
                       conversion.letter == 'x' ? "0123456789abcdef" : "0123456789ABCDEF");
@@ -200,10 +200,10 @@ inline bool putFixedPoint(Area& area, const Conversion& conversion, double value
    char* out = takeNumber(area, conversion, sign, count + (digits == 0 ? 0 : digits + 1), zeros);
    if (out == nullptr)
       return false;
-   out = putDigits<Behind::kept>(out, fixed.whole, count);
+   out = putDigits(out, fixed.whole, count);
    if (digits != 0) {
       *out++ = '.';
-      putDigits<Behind::kept>(out, fixed.fraction, digits);
+      putDigits(out, fixed.fraction, digits);
    }
    return true;
 }

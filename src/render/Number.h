@@ -12,16 +12,9 @@ namespace vorel {
 
 // Numbers as text, whatever the locale. No NUL is written.
 
-/** The most characters that putNumber writes for a number of this type, at least the eight that it
- * always stores and a sign. */
-template <class Integer>
-constexpr size_t kNumberRoom =
-      size_t{std::numeric_limits<Integer>::digits10 + 1 + std::numeric_limits<Integer>::is_signed};
-template <>  // a sign, the digits of the integer part, the point and six digits
-inline constexpr size_t kNumberRoom<double> =
-      1 + std::numeric_limits<double>::max_exponent10 + 1 + 7;
-
 namespace number {
+
+__extension__ using Wide = unsigned __int128;
 
 /** 10^0 to 10^19. */
 inline constexpr auto kPowers = [] {
@@ -34,12 +27,22 @@ inline constexpr auto kPowers = [] {
    return powers;
 }();
 
+/** The least number with one digit more than the index: 0, and from there on a power of ten. */
+inline constexpr auto kLeast = [] {
+   auto least = kPowers;
+   least[0] = 0;
+   return least;
+}();
+
 inline constexpr uint32_t kEight = 100000000;
+inline constexpr uint64_t kSixteen = uint64_t{kEight} * kEight;
 inline constexpr uint64_t kZeros = 0x3030303030303030;  // '0' eight times
 
-/** The eight digits of a number below 10^8 as eight bytes of 0 to 9, the first one lowest. Halves
- * of halves are split side by side in one word; multiplying and shifting divides by 100 and by 10.
- */
+// The first character of a text is the lowest byte of a word.
+static_assert(std::endian::native == std::endian::little);
+
+/** The digits of a number below 10^8 as eight characters. Halves of halves are split side by side
+ * in one word; multiplying and shifting divides by 100 and by 10. */
 inline uint64_t eightDigits(uint32_t value) {
    const uint64_t fours = value / 10000 | uint64_t{value % 10000} << 32;
    const uint64_t hundreds = fours * 10486 >> 20 & 0x0000007f0000007f;
@@ -48,73 +51,64 @@ inline uint64_t eightDigits(uint32_t value) {
    return tens | (pairs - tens * 10) << 8 | kZeros;
 }
 
-// The first character of a text is the lowest byte of a word.
-static_assert(std::endian::native == std::endian::little);
+/** The last `count` of these characters, and NULs behind them. */
+inline uint64_t lastOfEight(uint32_t value, unsigned count) {
+   return eightDigits(value) >> (8 - count) * 8;
+}
 
-inline void putEight(char* out, uint32_t value) {
-   const uint64_t digits = eightDigits(value);
-   std::memcpy(out, &digits, sizeof digits);
+/** The same for the digits of a number below 10^16. */
+inline Wide lastOfSixteen(uint64_t value, unsigned count) {
+   const Wide digits = Wide{eightDigits(static_cast<uint32_t>(value % kEight))} << 64 |
+                       eightDigits(static_cast<uint32_t>(value / kEight));
+   return digits >> (16 - count) * 8;
+}
+
+template <class Word>
+void store(char* out, Word word) {
+   std::memcpy(out, &word, sizeof word);
 }
 
 }  // namespace number
+
+/** The most characters that putNumber writes for a number of this type, scratch included. */
+template <class Integer>
+constexpr size_t kNumberRoom = 1 + 20 + 8;
+template <>  // a sign, the digits of the integer part, the point, six digits and scratch
+inline constexpr size_t kNumberRoom<double> =
+      1 + std::numeric_limits<double>::max_exponent10 + 1 + 1 + 8;
 
 /** How many decimal digits a number has; 1 for 0. */
 inline unsigned countDigits(uint64_t value) {
    // 1233 / 4096 is log10(2): the estimate is the count or one less.
    const auto bits = static_cast<unsigned>(std::bit_width(value | 1));
    const unsigned estimate = bits * 1233 >> 12;
-   return estimate + (value >= number::kPowers[estimate] ? 1 : 0) + (value == 0 ? 1 : 0);
+   return estimate + (value >= number::kLeast[estimate] ? 1 : 0);
 }
 
-/** Whether the bytes behind a text may be written to while it is made. */
-enum class Behind { scratch, kept };
-
-namespace number {
-
-/** Writes the last `count` digits, at most eight, of a number below 10^8. */
-template <Behind behind>
-void putLast(char* out, uint32_t value, unsigned count) {
-   const uint64_t digits = eightDigits(value) >> (8 - count) * 8;
-   if (behind == Behind::scratch || count == 8) {
-      std::memcpy(out, &digits, 8);
-   } else if (count >= 4) {
-      const uint64_t last = digits >> (count - 4) * 8;
-      std::memcpy(out, &digits, 4);
-      std::memcpy(out + count - 4, &last, 4);
-   } else if (count >= 2) {
-      const uint64_t last = digits >> (count - 2) * 8;
-      std::memcpy(out, &digits, 2);
-      std::memcpy(out + count - 2, &last, 2);
-   } else if (count != 0) {
-      *out = static_cast<char>(digits);
-   }
-}
-
-}  // namespace number
-
-/** Writes a number in exactly `count` digits, which it has at most; returns their end. Scratch is
- * at most seven bytes. */
-template <Behind behind>
-char* putDigits(char* out, uint64_t value, unsigned count) {
-   using number::kEight;
+/** Writes a number in exactly `count` digits, which it has at most; returns their end. */
+inline char* putDigits(char* out, uint64_t value, unsigned count) {
    char* const end = out + count;
-   if (count <= 8) {
-      number::putLast<behind>(out, static_cast<uint32_t>(value), count);
+   for (; count > 8; count -= 8, value /= number::kEight)
+      number::store(out + count - 8,
+                    number::eightDigits(static_cast<uint32_t>(value % number::kEight)));
+   if (count == 0)
       return end;
-   }
-   const uint64_t high = value / kEight;
-   if (count <= 16) {
-      number::putLast<behind>(out, static_cast<uint32_t>(high), count - 8);
+   const uint64_t digits = number::lastOfEight(static_cast<uint32_t>(value), count);
+   if (count == 8) {
+      number::store(out, digits);
+   } else if (count >= 4) {
+      number::store(out, static_cast<uint32_t>(digits));
+      number::store(out + count - 4, static_cast<uint32_t>(digits >> (count - 4) * 8));
    } else {
-      number::putLast<behind>(out, static_cast<uint32_t>(high / kEight), count - 16);
-      number::putEight(end - 16, static_cast<uint32_t>(high % kEight));
+      out[0] = static_cast<char>(digits);
+      out[count / 2] = static_cast<char>(digits >> count / 2 * 8);
+      out[count - 1] = static_cast<char>(digits >> (count - 1) * 8);
    }
-   number::putEight(end - 8, static_cast<uint32_t>(value % kEight));
    return end;
 }
 
-/** Writes a number at `out`, where there is room for kNumberRoom characters, which may all be
- * written to; returns its end. */
+/** Writes a number at `out` and scratch behind it, up to out + kNumberRoom; returns its end. As the
+ * numbers of a column have all magnitudes, there are few branches that depend on it. */
 template <class Integer>
 char* putNumber(char* out, Integer value) {
    using Unsigned = std::make_unsigned_t<Integer>;
@@ -125,7 +119,17 @@ char* putNumber(char* out, Integer value) {
          magnitude = Unsigned{0} - magnitude;
       }
    }
-   return putDigits<Behind::scratch>(out, magnitude, countDigits(magnitude));
+   const unsigned count = countDigits(magnitude);
+   if (sizeof(Integer) == 4 && magnitude < number::kEight) {
+      number::store(out, number::lastOfEight(static_cast<uint32_t>(magnitude), count));
+   } else if (magnitude < number::kSixteen) {
+      number::store(out, number::lastOfSixteen(magnitude, count));
+   } else {
+      const auto high = static_cast<uint32_t>(magnitude / number::kSixteen);
+      number::store(out, number::lastOfEight(high, count - 16));
+      number::store(out + count - 16, number::lastOfSixteen(magnitude % number::kSixteen, 16));
+   }
+   return out + count;
 }
 
 /** The magnitude of a double, rounded to some digits after the point. */
@@ -144,7 +148,7 @@ struct FixedPoint {
 inline bool toFixedPoint(double number, unsigned digits, FixedPoint& to) {
    constexpr int kMantissaBits = std::numeric_limits<double>::digits - 1;
    constexpr int kExponentBias = std::numeric_limits<double>::max_exponent - 1;
-   __extension__ using Wide = unsigned __int128;
+   using number::Wide;
 
    const auto bits = std::bit_cast<uint64_t>(number);
    const int biased = static_cast<int>(bits >> kMantissaBits) & 0x7ff;
@@ -188,9 +192,11 @@ inline char* putNumber(char* out, double value) {
             .ptr;
    if (std::bit_cast<uint64_t>(value) >> 63 != 0)
       *out++ = '-';
-   out = putNumber(out, fixed.whole);
+   out = fixed.whole < number::kEight ? putNumber(out, static_cast<uint32_t>(fixed.whole))
+                                      : putNumber(out, fixed.whole);
    *out++ = '.';
-   return putDigits<Behind::scratch>(out, fixed.fraction, kDigits);
+   number::store(out, number::eightDigits(fixed.fraction * 100));
+   return out + kDigits;
 }
 
 }  // namespace vorel

@@ -12,6 +12,13 @@ namespace {
 constexpr char kOpenList[] = "\":[";
 constexpr char kOpenObject[] = "\":{";
 
+/** Writes an unnamed opening wherever it has to go. */
+[[gnu::noinline]] void openAnywhere(Renderer& to, char bracket) {
+   emit::separator(to);
+   to.firstItem = true;
+   emit::character(to, bracket);
+}
+
 /** Writes an unnamed opening. */
 void open(Renderer& to, char bracket) {
    if (emit::hasEnoughRoom(to)) [[likely]] {
@@ -22,15 +29,14 @@ void open(Renderer& to, char bracket) {
       buffer.writePtr = out + 1;
       return;
    }
-   emit::separator(to);
-   to.firstItem = true;
-   emit::character(to, bracket);
+   openAnywhere(to, bracket);
 }
 
 /** Writes a named opening the short way: the separator, what `putName` puts behind the opening
  * quote, and what follows it. False when it has to go the long way. */
 template <class PutName, size_t Size>
-bool openQuickly(Renderer& to, PutName putName, const char (&opening)[Size]) {
+[[gnu::always_inline]] inline bool openQuickly(Renderer& to, PutName putName,
+                                               const char (&opening)[Size]) {
    if (!emit::hasEnoughRoom(to)) [[unlikely]]
       return false;
    PrintBuffer& buffer = *to.buffer;
@@ -54,7 +60,8 @@ bool openQuickly(Renderer& to, PutName putName, const char (&opening)[Size]) {
 
 /** Writes a name in quotes and what follows it, `":[` for instance. */
 template <size_t Size>
-void openNamed(Renderer& to, const char* name, const char (&opening)[Size]) {
+[[gnu::always_inline]] inline void openNamed(Renderer& to, const char* name,
+                                             const char (&opening)[Size]) {
    if (!openQuickly(
              to, [name](char* out) { return emit::putName(out, name); }, opening))
       openAnywhere(to, name, opening);
