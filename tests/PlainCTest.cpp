@@ -1,0 +1,186 @@
+#include "plain/PlainC.h"
+
+#include <dlfcn.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "Recording.h"
+#include "buffers/VorelBuffer.h"
+#include "render/Printer.h"
+
+using namespace vorel;
+
+namespace {
+
+struct Deinit {
+   void operator()(vorel_Renderer* handle) const { deinitPrinter(handle); }
+};
+using Handle = std::unique_ptr<vorel_Renderer, Deinit>;
+
+class PlainCTest : public InterruptingTest {};
+
+/** A document with all there is. */
+void printDocument(vorel_Renderer* to) {
+   start(to);
+   EXPECT_GE(addFrills(to, "%s:\n", 0, "Title"), 0);
+   startList(to, "list");
+   startListEntry(to);
+   endListEntry(to);
+   endList(to);
+   startSubmodel(to, "model");
+   endSubmodel(to);
+   startDict(to, "dict");
+   startSimpleDictEntry(to, "k");
+   startListEntry(to);
+   endListEntry(to);
+   endSimpleDictEntry(to);
+   endDict(to);
+   ioflush(to);
+   end(to);
+}
+
+TEST_F(PlainCTest, WritesEachPieceAtOnce) {
+   int ends[2];
+   ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends), 0);
+   const Descriptor reader(ends[0]), writer(ends[1]);
+   const auto writes = [&] {
+      Calls packets;
+      char packet[100];
+      for (ssize_t got = 0; (got = read(reader, packet, sizeof packet)) > 0;)
+         packets.emplace_back(packet, static_cast<size_t>(got));
+      return packets;
+   };
+   setInterrupted();
+   const Handle json(initPrinter(writer, outputFormatJson));
+   EXPECT_FALSE(isInterrupted());
+   start(json.get());
+   end(json.get());
+   EXPECT_EQ(writes(), (Calls{"{", "}", "\n"}));
+   printDocument(json.get());
+   EXPECT_EQ(writes(), (Calls{"{", "\"list\":[", "{", "}", "]", ",", "\"model\":{", "}", ",",
+                              "\"dict\":{", "\"k\":", "{", "}", "}", "}", "\n"}));
+   printDocument(Handle(initPrinter(writer, outputFormatText)).get());
+   EXPECT_EQ(writes(), (Calls{"Title:\n"}));
+}
+
+TEST_F(PlainCTest, InterruptedCallsReturnQuietly) {
+   Pipe pipe;
+   const Handle json(initPrinter(pipe.writer, outputFormatJson));
+   const Handle text(initPrinter(pipe.writer, outputFormatText));
+   setInterruptedForTest();
+   EXPECT_TRUE(isInterrupted());
+   printDocument(json.get());
+   EXPECT_EQ(addFrills(json.get(), "%d", 0, 1), 0);
+   EXPECT_EQ(addFrills(text.get(), "%d", 0, 1), -1);
+   resetInterruptedForTest();
+   EXPECT_EQ(addFrills(text.get(), "%d\n", 7, 1), 2);
+   EXPECT_EQ(pipe.finish(), "1\n");
+}
+
+TEST_F(PlainCTest, OnlyInterruptionsAreSwallowed) {
+   struct Failing : RecordingBuffer {
+      Failing() : RecordingBuffer(10) {}
+      void rawWrite(const char*, size_t) override { throw std::bad_alloc(); }
+   } buffer;
+   Renderer json(outputFormatJson, &buffer, false), text(outputFormatText, &buffer, false);
+   EXPECT_THROW(start(&json), std::bad_alloc);
+   EXPECT_THROW(startSimpleDictEntry(&json, "k"), std::bad_alloc);
+   EXPECT_THROW(addFrills(&text, "x", 0), std::bad_alloc);
+}
+
+TEST_F(PlainCTest, FrillsOfABufferedRenderer) {
+   RecordingBuffer buffer(10);
+   Renderer text(outputFormatText, &buffer, true);
+   EXPECT_EQ(addFrills(&text, "%s", 0, "123456789"), 9);
+   EXPECT_EQ(buffer.calls, Calls{});
+   EXPECT_EQ(addFrills(&text, "%d %s", -5, 12, "x"), 4);
+   EXPECT_EQ(buffer.calls, (Calls{"allocate 5"}));
+   EXPECT_EQ(buffer.output(), "12345678912 x");
+   buffer.failingCall = 2;
+   EXPECT_EQ(addFrills(&text, "%s", 0, "more than ten bytes"), -1);
+   EXPECT_EQ(buffer.output(), "12345678912 x");
+}
+
+TEST_F(PlainCTest, AReaderThatHasGone) {
+   const auto before = std::signal(SIGPIPE, SIG_IGN);
+   Pipe pipe;
+   pipe.reader.close();
+   const Handle text(initPrinter(pipe.writer, outputFormatText));
+   EXPECT_EQ(addFrills(text.get(), "x", 0), -1);
+   EXPECT_EQ(errno, EPIPE);
+   EXPECT_TRUE(isInterrupted());
+   std::signal(SIGPIPE, before);
+}
+
+/** A buffer that, while it makes room for a text, makes the text longer. */
+struct LengtheningBuffer : RecordingBuffer {
+   char text[100] = "123456789";
+   int error = 0;
+   LengtheningBuffer() : RecordingBuffer(5) {}
+   void allocateSpace(size_t count) override {
+      RecordingBuffer::allocateSpace(count);
+      std::strcat(text, "123456789");
+      errno = error;
+   }
+};
+
+TEST_F(PlainCTest, ASecondFailureForLackOfAReaderIsNotFatal) {
+   LengtheningBuffer buffer;
+   Renderer text(outputFormatText, &buffer, true);
+   buffer.error = EPIPE;
+   EXPECT_EQ(addFrills(&text, "%s", 0, buffer.text), -1);
+   EXPECT_EQ(buffer.calls, (Calls{"allocate 10", "allocate 19"}));
+}
+
+TEST(PlainCDeathTest, AnyOtherSecondFailureIsReported) {
+   const std::string stop =
+         report("0", "PlainC", 196, "int addFrills(vorel::Renderer*, const char*, int, ...)");
+   LengtheningBuffer buffer;
+   Renderer text(outputFormatText, &buffer, true), aside(outputFormatText, &buffer, false);
+   buffer.error = ENOSPC;
+   Pipe pipe;
+   // In the "C" locale there is no such character.
+   EXPECT_DEATH((dup2(pipe.writer, STDOUT_FILENO), addFrills(&aside, "%lc", 0, wint_t{0x20ac})),
+                stop);
+   EXPECT_DEATH((dup2(pipe.writer, STDOUT_FILENO), addFrills(&text, "%s", 0, buffer.text)), stop);
+   EXPECT_EQ(pipe.finish(),
+             std::string("vorel '%lc' longer than buffer (error: ") + std::strerror(EILSEQ) +
+                   ")\nvorel '%s' longer than buffer (error: " + std::strerror(ENOSPC) + ")\n");
+}
+
+TEST_F(PlainCTest, AllocationIsTracked) {
+   const auto& tracking = *Orv::PtrInterface::orvAllocTrackTypeInfo_;
+   const auto live = [&] { return tracking.allocations - tracking.deallocations; };
+   const uint64_t before = live();
+   Pipe pipe;
+   vorel_Renderer* const handle = initPrinter(pipe.writer, outputFormatJson);
+   EXPECT_EQ(live(), before + 1);
+   deinitPrinter(handle);
+   deinitPrinter(nullptr);
+   EXPECT_EQ(live(), before);
+}
+
+TEST_F(PlainCTest, EndReachesTheLibrary) {
+   using End = void (*)(vorel_Renderer*);
+   const auto find = [](const char* library, const char* name) {
+      void* const loaded = dlopen(library, RTLD_NOW);
+      EXPECT_NE(loaded, nullptr) << dlerror();
+      return loaded == nullptr ? nullptr : reinterpret_cast<End>(dlsym(loaded, name));
+   };
+   RecordingBuffer buffer(10);
+   Renderer json(outputFormatJson, &buffer, true);
+   for (const End function :
+        {End{end}, find(VOREL_LIBRARY, "end"), find(PLAIN_PLUGIN, "endFromPlugin")}) {
+      ASSERT_NE(function, nullptr);
+      function(&json);
+   }
+   EXPECT_EQ(buffer.output(), "}\n}\n}\n");
+}
+
+}  // namespace
