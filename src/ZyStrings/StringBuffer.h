@@ -36,7 +36,7 @@ class [[gnu::visibility("default")]] DynamicBufferInterface {
    /** Makes sure that `required` bytes are free and returns writePtr, which it never advances.
     * Stops the process when the buffer could not make the room. */
    char* getBuffer(size_t required) {
-      if (endPtr - writePtr < static_cast<ptrdiff_t>(required)) [[unlikely]]
+      if (endPtr - writePtr < static_cast<ptrdiff_t>(required))
          grow(required);
       return writePtr;
    }
