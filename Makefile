@@ -3,10 +3,14 @@
 
 BUILD := build
 JOBS := $(shell nproc)
+PREFIX := /usr/local
 BUILD_PACKAGES := cmake g++ make
-TEST_PACKAGES := $(BUILD_PACKAGES) jq libgtest-dev nlohmann-json3-dev locales
+BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev rapidjson-dev libfmt-dev nlohmann-json3-dev \
+                  valgrind
+TEST_PACKAGES := $(BUILD_PACKAGES) jq libgtest-dev nlohmann-json3-dev locales pkg-config python3
 
-.PHONY: all demo test configure packages-build packages-demo packages-test clean
+.PHONY: all demo test bench load install configure packages-build packages-demo packages-test \
+        packages-bench clean
 
 all: packages-build configure
 	@cmake --build $(BUILD) -j $(JOBS)
@@ -22,6 +26,24 @@ test: packages-test configure
 	@cmake --build $(BUILD) -j $(JOBS)
 	@ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
+# The library beside what could be used instead of it. Takes about two minutes.
+bench: packages-bench
+	@cmake -S . -B $(BUILD) -DVOREL_BUILD_BENCH=ON -DVOREL_BUILD_TESTS=OFF >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS) --target vorel_bench
+	@bench/run.sh $(BUILD)/bench/vorel_bench
+
+# The library, its headers, and what CMake and pkg-config need to find it: under DESTDIR, to be used
+# from PREFIX or from wherever the folder is moved to.
+install: packages-build
+	@cmake -S . -B $(BUILD) -DCMAKE_INSTALL_PREFIX="$(PREFIX)" -DVOREL_BUILD_TESTS=OFF >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS) --target Vorel
+	@DESTDIR="$(DESTDIR)" cmake --install $(BUILD)
+
+# A thousand clients at once on the example session_server, many of them unkind.
+load: packages-test configure
+	@cmake --build $(BUILD) -j $(JOBS) --target session_server session_load >/dev/null
+	$(BUILD)/tests/session_load $(BUILD)/examples/session_server 1000 50 check-memory
+
 configure:
 	@cmake -S . -B $(BUILD) -DVOREL_BUILD_TESTS=ON >/dev/null
 
@@ -31,6 +53,8 @@ packages-demo:
 	@cmake/need-packages $(BUILD_PACKAGES) jq
 packages-test:
 	@cmake/need-packages $(TEST_PACKAGES)
+packages-bench:
+	@cmake/need-packages $(BENCH_PACKAGES)
 
 clean:
 	rm -rf $(BUILD)
