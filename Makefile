@@ -9,8 +9,8 @@ BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev rapidjson-dev libfmt-dev nl
                   valgrind
 TEST_PACKAGES := $(BUILD_PACKAGES) jq libgtest-dev nlohmann-json3-dev locales pkg-config python3
 
-.PHONY: all demo test bench load install configure packages-build packages-demo packages-test \
-        packages-bench clean
+.PHONY: all demo test bench load docs install configure packages-build packages-demo \
+        packages-test packages-bench packages-docs clean
 
 all: packages-build configure
 	@cmake --build $(BUILD) -j $(JOBS)
@@ -39,10 +39,16 @@ install: packages-build
 	@cmake --build $(BUILD) -j $(JOBS) --target Vorel
 	@DESTDIR="$(DESTDIR)" cmake --install $(BUILD)
 
+# The API reference, from the headers: build/docs/html/index.html.
+docs: packages-docs
+	@mkdir -p build/docs
+	@doxygen docs/Doxyfile
+	@echo "build/docs/html/index.html"
+
 # A thousand clients at once on the example session_server, many of them unkind.
 load: packages-test configure
 	@cmake --build $(BUILD) -j $(JOBS) --target session_server session_load >/dev/null
-	$(BUILD)/tests/session_load $(BUILD)/examples/session_server 1000 50 check-memory
+	$(BUILD)/bench/load/session_load $(BUILD)/examples/session_server 1000 50 check-memory
 
 configure:
 	@cmake -S . -B $(BUILD) -DVOREL_BUILD_TESTS=ON >/dev/null
@@ -53,6 +59,8 @@ packages-demo:
 	@cmake/need-packages $(BUILD_PACKAGES) jq
 packages-test:
 	@cmake/need-packages $(TEST_PACKAGES)
+packages-docs:
+	@cmake/need-packages doxygen
 packages-bench:
 	@cmake/need-packages $(BENCH_PACKAGES)
 

@@ -118,7 +118,7 @@ def print_devices(out, classes):
 def main():
     parser = argparse.ArgumentParser(prog="plain_show.py")
     parser.add_argument("--format", choices=FORMATS, default="text")
-    parser.add_argument("--library", default="libVorel.so", metavar="PATH")
+    parser.add_argument("--library", default="libVorel.so.1", metavar="PATH")
     options = parser.parse_args()
     try:
         library = load(options.library)

@@ -103,6 +103,15 @@ TEST_F(AttributesTest, APieceBeyondIntMaxMarksTheThreadAndWritesNothing) {
    expect([&](Renderer& r) { r.addAttributesJson(1, &text); });
    expect([&](Renderer& r) { r.addAttributes("", 1, &bare); });
    expect([&](Renderer& r) { engine(r, 1, &number); });
+
+   // Without a count, only a failure of the last item is noticed.
+   const Attr32Info good("a", 1);
+   RecordingBuffer buffer(100);
+   Renderer json(outputFormatJson, &buffer, true);
+   json.addArgs("%s %d", &text, &good);
+   EXPECT_FALSE(isInterrupted());
+   EXPECT_EQ(buffer.output(), ",\"a\":1");
+   EXPECT_THROW(json.addArgs("%d %s", &good, &text), SigIntException);
 }
 
 TEST(AttributesDeathTest, StopOnUnknownTagsAndFormats) {

@@ -12,28 +12,13 @@ clean_up() {
 }
 trap 'clean_up 2>/dev/null' EXIT
 
-fail() {
-   echo "FAILED: $*" >&2
-   exit 1
-}
+. "$(dirname "$0")/expect.sh"
 
 # expect_json COMMAND FILTER [JQ-OPTION...]: the filter holds for the command's document.
 expect_json() {
    "$show" "$1" --format json >"$work/document"
    [[ $(wc -l <"$work/document") == 1 ]] || fail "$1: the document is not one line"
    jq -e "${@:3}" "$2" "$work/document" >"$work/result" || fail "$1: $2: $(cat "$work/document")"
-}
-
-# expect_status STATUS MESSAGE COMMAND...: standard error holds the message, or nothing for "".
-expect_status() {
-   local status=0
-   "${@:3}" 2>"$work/errors" || status=$?
-   [[ $status == "$1" ]] || fail "${*:3}: status $status, not $1: $(cat "$work/errors")"
-   if [[ -z $2 ]]; then
-      [[ ! -s $work/errors ]] || fail "${*:3}: $(cat "$work/errors")"
-   else
-      grep -qF -- "$2" "$work/errors" || fail "${*:3}: message: $(cat "$work/errors")"
-   fi
 }
 
 wait_until() {

@@ -39,12 +39,10 @@ Role roleOf(char c) {
    return kRoles[static_cast<unsigned char>(c)];
 }
 
-/** Where a conversion sized by the l at `at` ends: behind a d, i, u, x or X that follows it or its
- * double. Null when it sizes nothing and is passed over. */
-const char* endOfSized(const char* at) {
-   const char* const letter = at[1] == 'l' ? at + 2 : at + 1;
-   const bool isSized = roleOf(*letter) == Role::fourBytes && *letter != 'c' && *letter != 'o';
-   return isSized ? letter + 1 : nullptr;
+/** Whether the l at `at`, alone or the second of two, sizes the conversion that the next character
+ * closes. Any other is passed over. */
+bool isSizer(const char* at) {
+   return roleOf(at[1]) == Role::fourBytes && at[1] != 'c' && at[1] != 'o';
 }
 
 }  // namespace
@@ -76,8 +74,7 @@ FormatScan::FormatScan(const char* fmt) : count(0), closed(0) {
       const Role role = roleOf(*at);
       if (role == Role::endsFormat)
          break;
-      const char* const sizedEnd = role == Role::sizer ? endOfSized(at) : nullptr;
-      if (role == Role::passedOver || (role == Role::sizer && sizedEnd == nullptr)) {
+      if (role == Role::passedOver || (role == Role::sizer && !isSizer(at))) {
          ++at;
          continue;
       }
@@ -85,8 +82,8 @@ FormatScan::FormatScan(const char* fmt) : count(0), closed(0) {
       if (role == Role::cancels) {
          --count;
          ++at;
-      } else if (sizedEnd != nullptr) {
-         close(8, false, sizedEnd);
+      } else if (role == Role::sizer) {
+         close(8, false, at + 2);
       } else {
          close(role == Role::fourBytes ? 4 : 8, role == Role::floating, at + 1);
       }
