@@ -50,7 +50,6 @@ class OneArgument {
          : kind_(kindOf(size, isFloat)),
            bits_(size == 4 ? static_cast<uint64_t>(va_arg(list, int)) : va_arg(list, uint64_t)) {}
 
-   bool isFloating() const { return kind_ == Kind::floating; }
    /** Has a number of 8 bytes printed as the pointer that it is. */
    void becomePointer() { kind_ = Kind::pointer; }
 

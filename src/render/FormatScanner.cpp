@@ -31,7 +31,7 @@ constexpr auto kRoles = [] {
    set("eEfFgG", Role::floating);
    set("l", Role::sizer);
    set("%", Role::cancels);
-   set(std::string_view("", 1), Role::endsFormat);
+   roles['\0'] = Role::endsFormat;
    return roles;
 }();
 

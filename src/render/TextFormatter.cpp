@@ -19,29 +19,25 @@ int unchanged(Renderer& to, std::string_view text) {
    return static_cast<int>(text.size());
 }
 
-/** Appends a conversion such that it reads an argument of the size that the scanner found. */
-char* putConversion(char* out, const char* begin, const Conversion& conversion, int argLen,
-                    bool isFloat) {
+/** The length modifier with which a conversion reads an argument of the size that the scanner
+ * found: the sizes of integers are the scanner's, h and hh narrow what was read, and l before s and
+ * c makes them wide without changing the size. */
+std::string_view modifierFor(const Conversion& conversion, int argLen) {
    using Modifier = Conversion::Modifier;
-   *out++ = '%';
-   out = put(out, {begin, static_cast<size_t>(conversion.modifiers - begin)});
-   const bool isInteger = std::strchr("diouxX", conversion.letter) != nullptr;
-   if (isInteger && argLen == 8)
-      *out++ = 'l';
-   else if (isInteger && conversion.modifier == Modifier::h)
-      *out++ = 'h';
-   else if (isInteger && conversion.modifier == Modifier::hh)
-      out = put(out, "hh");
-   else if (!isInteger && !isFloat && conversion.letter != 'p' &&
-            conversion.modifier == Modifier::l)
-      *out++ = 'l';
-   *out++ = conversion.letter;
-   return out;
+   if (std::strchr("diouxX", conversion.letter) == nullptr) {
+      const bool canBeWide = conversion.letter == 's' || conversion.letter == 'c';
+      return canBeWide && conversion.modifier == Modifier::l ? "l" : "";
+   }
+   if (argLen == 8)
+      return "l";
+   if (conversion.modifier == Modifier::h)
+      return "h";
+   return conversion.modifier == Modifier::hh ? "hh" : "";
 }
 
 /** What a piece becomes for the C library: at most this many characters, with the NUL. */
 constexpr size_t rebuiltRoom(size_t piece) {
-   return 2 * piece + sizeof "l";
+   return 2 * piece + 1;
 }
 
 /**
@@ -49,7 +45,7 @@ constexpr size_t rebuiltRoom(size_t piece) {
  * library reads exactly that argument. Writes it, with a NUL, at `out`, and returns the letter of
  * the conversion; NUL when the piece is anything else to the C library.
  */
-char rebuild(char* out, std::string_view piece, int argLen, bool isFloat) {
+char rebuild(char* out, std::string_view piece, int argLen) {
    char letter = '\0';
    const char* const end = piece.data() + piece.size();
    for (const char* at = piece.data(); at != end;) {
@@ -69,7 +65,9 @@ char rebuild(char* out, std::string_view piece, int argLen, bool isFloat) {
          if (at == nullptr || letter != '\0')
             return '\0';
          letter = conversion.letter;
-         out = putConversion(out - 1, begin, conversion, argLen, isFloat);
+         out = put(out, {begin, static_cast<size_t>(conversion.modifiers - begin)});
+         out = put(out, modifierFor(conversion, argLen));
+         *out++ = letter;
       }
    }
    *out = '\0';
@@ -82,7 +80,7 @@ char rebuild(char* out, std::string_view piece, int argLen, bool isFloat) {
    emit::PieceRoom room(rebuiltRoom(piece.size()));
    if (room.start() == nullptr)
       return -1;
-   const char letter = rebuild(room.start(), piece, argLen, arg.isFloating());
+   const char letter = rebuild(room.start(), piece, argLen);
    if (letter == '\0')
       return unchanged(to, piece);
    if (letter == 's' || letter == 'p')
