@@ -30,8 +30,8 @@ namespace vorel {
  *
  * The host framework's activity lock is given up for exactly the duration of the writing. A write
  * that fails marks the calling thread interrupted and SigIntException is thrown; errno then still
- * tells why. A full area is written out to make room; a piece larger than the whole area stops the
- * process. With size 0 there is no area, and rawWrite alone may be used.
+ * tells why. A full area is written out to make room; a request for more than the whole area stops
+ * the process. With size 0 there is no area, and rawWrite alone may be used.
  *
  * Invariants: the area is [base, endPtr); base <= writePtr <= endPtr; the committed bytes are
  * [base, writePtr). The fields are written by the buffer alone.
@@ -61,8 +61,8 @@ class [[gnu::visibility("default")]] VorelBuffer : public PrintBuffer {
 
    /** Writes out what is committed; when that throws, the bytes stay committed. */
    void flush() override;
-   /** Writes `len` bytes, all of them unless the write fails or the thread is interrupted; an
-    * interrupted thread gets SigIntException before or after the writing. */
+   /** Writes `len` bytes, all of them unless a write fails or takes nothing or the thread is
+    * interrupted; an interrupted thread gets SigIntException before or after the writing. */
    void rawWrite(const char* data, size_t len) override;
    /** False only for a socket whose send buffer takes the committed bytes with room to spare. */
    bool wouldBlock() override;

@@ -19,7 +19,14 @@ union Registry {
 
 constinit std::mutex mutex;            // guards the flags; constant, so usable at any time
 constinit std::atomic<int> marked{0};  // how many flags hold 1; changed under the mutex
-Registry registry;
+
+/** Built when it is first asked for, in case a constructor of another unit comes before ours. */
+Registry& registry() {
+   static Registry theRegistry;
+   return theRegistry;
+}
+// And at the latest now, so that it is emptied after what is built later.
+[[maybe_unused]] const Registry& builtAtLoad = registry();
 
 Registry::~Registry() {
    try {
@@ -33,7 +40,7 @@ Registry::~Registry() {
 
 void store(int tid, int flag) {
    std::scoped_lock lock(mutex);
-   int& stored = registry.flags[tid];
+   int& stored = registry().flags[tid];
    marked.fetch_add(flag - stored, std::memory_order_release);
    stored = flag;
 }
@@ -47,8 +54,9 @@ int threadId() {
 
 int vorel_isInterrupted(int tid) {
    std::scoped_lock lock(mutex);
-   auto entry = registry.flags.find(tid);
-   return entry == registry.flags.end() ? 0 : entry->second;
+   const std::map<int, int>& flags = registry().flags;
+   const auto entry = flags.find(tid);
+   return entry == flags.end() ? 0 : entry->second;
 }
 
 void vorel_setInterrupted(int tid) {
@@ -60,11 +68,12 @@ void vorel_resetInterrupted(int tid) {
 
 void vorel_delInterrupted(int tid) {
    std::scoped_lock lock(mutex);
-   auto entry = registry.flags.find(tid);
-   if (entry == registry.flags.end())
+   std::map<int, int>& flags = registry().flags;
+   const auto entry = flags.find(tid);
+   if (entry == flags.end())
       return;
    marked.fetch_sub(entry->second, std::memory_order_release);
-   registry.flags.erase(entry);
+   flags.erase(entry);
 }
 
 namespace vorel {

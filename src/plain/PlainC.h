@@ -1,9 +1,9 @@
 /* The library for callers that know functions only: C, and languages that call C.
  *
  * A handle is a renderer, used by one thread at a time and never null (but for deinitPrinter). Once
- * the thread is interrupted, by vorel_setInterrupted or by a write that failed, every call that
- * would write returns at once and does nothing; the rest of the document is then missing. Other
- * C++ exceptions (out of memory, a broken lock) pass through.
+ * the thread is interrupted, by vorel_setInterrupted or by a write that failed, a handle of
+ * initPrinter writes nothing more: every call returns at once, and the rest of the document is
+ * missing. Other C++ exceptions (out of memory, a broken lock) pass through.
  */
 #ifndef VOREL_PLAIN_PLAINC_H
 #define VOREL_PLAIN_PLAINC_H
@@ -64,8 +64,8 @@ void endSimpleDictEntry(vorel_Renderer* handle);
 void ioflush(vorel_Renderer* handle);
 
 /** Prints decoration in text format; nothing in JSON. `unused` has no effect. Returns the number of
- * characters, 0 in JSON, -1 when interrupted. Text that cannot be formatted at all stops the
- * process with a message on standard output. */
+ * characters, 0 in JSON, -1 when an interruption ended the call. Text that cannot be formatted at
+ * all stops the process with a message on standard output. */
 int addFrills(vorel_Renderer* handle, const char* fmt, int unused, ...)
       __attribute__((__format__(__printf__, 2, 4)));
 

@@ -175,6 +175,8 @@ class QuickItems {
 
 /** Writes `count` records, taken from `list`. */
 int items(Renderer& to, int count, va_list list, const Engine& engine) {
+   if (count <= 0)
+      return 0;
    int result = 0;
    QuickItems quick(to);
    for (; count > 0; --count) {

@@ -27,8 +27,8 @@ namespace vorel {
  * on ioflush, or when the buffer is destroyed; one that is not hands each piece to rawWrite.
  * Exceptions of the buffer (SigIntException above all) pass through; what was written stays
  * written and flags stay as far as they had come. A piece that cannot be formatted (out of memory,
- * longer than INT_MAX characters) is not written; it marks the calling thread interrupted and
- * raises SigIntException unless a negative result tells the caller.
+ * longer than INT_MAX characters) is not written, though the comma before it is; it marks the
+ * calling thread interrupted and raises SigIntException unless a negative result tells the caller.
  *
  * One thread at a time drives a renderer. The fields are written by the renderer alone.
  */
