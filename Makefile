@@ -9,8 +9,8 @@ BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev rapidjson-dev libfmt-dev nl
                   valgrind
 TEST_PACKAGES := $(BUILD_PACKAGES) jq libgtest-dev nlohmann-json3-dev locales pkg-config python3
 
-.PHONY: all demo test bench load docs install configure packages-build packages-demo \
-        packages-test packages-bench packages-docs clean
+.PHONY: all demo test bench load docs fuzz install configure packages-build packages-demo \
+        packages-test packages-bench packages-docs packages-fuzz clean
 
 all: packages-build configure
 	@cmake --build $(BUILD) -j $(JOBS)
@@ -45,6 +45,18 @@ docs: packages-docs
 	@doxygen docs/Doxyfile
 	@echo "build/docs/html/index.html"
 
+# Each fuzz target for FUZZ_SECONDS, under the sanitizers. What it finds is left in the build folder.
+FUZZ_SECONDS := 60
+fuzz: packages-fuzz
+	@cmake -S . -B $(BUILD)-fuzz -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+	   -DVOREL_SANITIZE=address,undefined -DVOREL_BUILD_FUZZ=ON -DVOREL_BUILD_TESTS=OFF \
+	   -DVOREL_BUILD_EXAMPLES=OFF >/dev/null
+	@cmake --build $(BUILD)-fuzz -j $(JOBS) >/dev/null
+	@cd $(BUILD)-fuzz && for target in document format txn; do \
+	   fuzz/$${target}_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=600 -verbosity=0 \
+	      -print_final_stats=1 || exit 1; \
+	done
+
 # A thousand clients at once on the example session_server, many of them unkind.
 load: packages-test configure
 	@cmake --build $(BUILD) -j $(JOBS) --target session_server session_load >/dev/null
@@ -59,6 +71,8 @@ packages-demo:
 	@cmake/need-packages $(BUILD_PACKAGES) jq
 packages-test:
 	@cmake/need-packages $(TEST_PACKAGES)
+packages-fuzz:
+	@cmake/need-packages $(BUILD_PACKAGES) clang libclang-rt-dev libgtest-dev nlohmann-json3-dev
 packages-docs:
 	@cmake/need-packages doxygen
 packages-bench:
