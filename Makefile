@@ -53,7 +53,7 @@ fuzz: packages-fuzz
 	   -DVOREL_BUILD_EXAMPLES=OFF >/dev/null
 	@cmake --build $(BUILD)-fuzz -j $(JOBS) >/dev/null
 	@cd $(BUILD)-fuzz && for target in document format txn; do \
-	   fuzz/$${target}_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=600 -verbosity=0 \
+	   fuzz/$${target}_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=600 -verbosity=0 -print_funcs=0 \
 	      -print_final_stats=1 || exit 1; \
 	done
 
