@@ -17,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-#include "FailingNew.h"
+#include "Faults.h"
 #include "buffers/NonBlockingCliTxnBuffer.h"
 #include "render/Renderer.h"
 

@@ -107,16 +107,20 @@ VorelBuffer::~VorelBuffer() {
 void VorelBuffer::rellock(bool release) {
    if (!release && skipRelock)
       return;
-   const int locked = pthread_mutex_lock(&activityLock.mutex);
-   if (locked != 0 && locked != EDEADLK)
+   pthread_mutex_t* const mutex = &activityLock.mutex;
+   const int locked = pthread_mutex_lock(mutex);
+   if (locked != 0 && locked != EDEADLK) {
+      if (!release)  // so that the lock is as it was before
+         skipRelock = pthread_mutex_lock(mutex) == 0;
       Orv::Lock::throwFailedLock(locked);
+   }
    // Whether the lock was taken only just now, and not held before.
    skipRelock = locked == 0;
    if (!release)
       return;
-   if (const int failed = pthread_mutex_unlock(&activityLock.mutex)) {
-      if (skipRelock)  // so that the lock is as it was before
-         pthread_mutex_unlock(&activityLock.mutex);
+   if (const int failed = pthread_mutex_unlock(mutex)) {
+      if (skipRelock)  // likewise
+         pthread_mutex_unlock(mutex);
       Orv::Lock::throwFailedUnlock(failed);
    }
 }

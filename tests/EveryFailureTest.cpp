@@ -1,0 +1,454 @@
+// Whole lives of renderers and buffers, lived again and again with another call failing each time.
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <iostream>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <tuple>
+#include <utility>
+
+#include "Faults.h"
+#include "Recording.h"
+#include "buffers/NonBlockingCliTxnBuffer.h"
+#include "plain/PlainC.h"
+#include "render/Printer.h"
+#include "render/PrinterV2.h"
+
+using namespace vorel;
+
+namespace {
+
+using Print = void (*)(Renderer&);
+
+constexpr int kFd = 1000;  // nothing is written there: the faults' sink gets it all
+constexpr size_t kArea = 560;
+const std::string kLong(540, 'L');  // longer than what is put together without the heap
+const std::string kLongFormat = kLong + "%d";
+
+bool inJson(const Renderer& to) {
+   return to.format == outputFormatJson;
+}
+void flush(Renderer& to) {
+   to.ioflush();
+}
+
+const std::vector<Print> kDocument = {
+      [](Renderer& to) { to.start(); },
+      [](Renderer& to) { to.addFrills("%s %d\n", "Heading", 1); },
+      [](Renderer& to) { to.addFrills("%s 2\n", kLong.c_str()); },
+      [](Renderer& to) { to.startList("interfaces"); },
+      [](Renderer& to) { to.startListEntry(); },
+      [](Renderer& to) {
+         const Attr32Info name("name", "eth3"), up("up", true), text("long", kLong.c_str());
+         inJson(to) ? to.addAttributes("", 3, &name, &up, &text)
+                    : to.addAttributes("%s %s %.500s\n", 3, "eth3", "yes", kLong.c_str());
+      },
+      flush,
+      [](Renderer& to) { to.endListEntry(); },
+      [](Renderer& to) { to.endList(); },
+      [](Renderer& to) { to.startDict(kLong.c_str()); },
+      [](Renderer& to) { to.startDictEntry(Attr64Info("", uint64_t{4})); },
+      [](Renderer& to) {
+         const Attr32Info item("number", 5);
+         inJson(to) ? to.addArgs("%d", &item) : to.addArgs(kLongFormat.c_str(), 5);
+      },
+      [](Renderer& to) { to.endDictEntry(); },
+      [](Renderer& to) { to.startSimpleDictEntry(Attr32Info("", "six")); },
+      [](Renderer& to) {
+         const Attr64Info number("", 7.5);
+         to.addAttributesJson(1, &number);
+      },
+      [](Renderer& to) { to.endSimpleDictEntry(); },
+      [](Renderer& to) { to.endDict(); },
+      [](Renderer& to) { to.end(); },
+      flush,
+      [](Renderer& to) { to.addFrills("The end"); },  // which the destructor writes
+      [](Renderer& to) { to.startSubmodel("after the end"); },
+};
+
+const std::vector<Print> kPlainDocument = {
+      [](Renderer& to) { start(&to); },
+      [](Renderer& to) { addFrills(&to, "%s %d\n", 0, "Heading", 1); },
+      [](Renderer& to) { addFrills(&to, "%s 2\n", 0, kLong.c_str()); },
+      [](Renderer& to) { startList(&to, kLong.c_str()); },
+      [](Renderer& to) { startListEntry(&to); },
+      [](Renderer& to) { endListEntry(&to); },
+      [](Renderer& to) { endList(&to); },
+      [](Renderer& to) { startSubmodel(&to, "three"); },
+      [](Renderer& to) { endSubmodel(&to); },
+      [](Renderer& to) { startDict(&to, "four"); },
+      [](Renderer& to) { startSimpleDictEntry(&to, "five"); },
+      [](Renderer& to) { endSimpleDictEntry(&to); },
+      [](Renderer& to) { endDict(&to); },
+      [](Renderer& to) { ioflush(&to); },
+      [](Renderer& to) { end(&to); },
+};
+
+/** What a host owns. */
+struct Host {
+   std::unique_ptr<PrintBuffer> buffer;  ///< If the renderer has none of its own.
+   std::unique_ptr<Renderer> renderer;
+   bool isPlain = false;
+
+   Host() = default;
+   Host(const Host&) = delete;
+   Host& operator=(const Host&) = delete;
+   ~Host() {
+      if (isPlain)
+         deinitPrinter(renderer.release());
+   }
+};
+
+struct WriteFailed : std::system_error {
+   WriteFailed() : system_error(errno, std::generic_category()) {}
+};
+
+/** Sends all of a transactional buffer. A write that fails is told by its result alone. */
+void send(Renderer& from) {
+   auto& chunks = static_cast<NonBlockingCliTxnBuffer&>(*from.buffer);
+   while (chunks.haveData())
+      if (chunks.writeSome(kFd) < 0)
+         throw WriteFailed();
+}
+
+std::vector<Print> sentDocument() {
+   std::vector<Print> document = kDocument;
+   std::replace(document.begin(), document.end(), flush, send);
+   document.push_back(send);
+   return document;
+}
+
+struct Life {
+   const char* name;
+   void (*create)(Host&, OutputFormat_t);
+   std::vector<Print> document;
+};
+
+const Life kLives[] = {
+      {"Printer, unbuffered",
+       [](Host& host, OutputFormat_t format) {
+          host.renderer = std::make_unique<Printer>(kFd, format, true, false, false, 0);
+       },
+       kDocument},
+      {"Printer",
+       [](Host& host, OutputFormat_t format) {
+          host.renderer = std::make_unique<Printer>(kFd, format, false, true, true, kArea);
+       },
+       kDocument},
+      {"PrinterV2",
+       [](Host& host, OutputFormat_t format) {
+          host.renderer = std::make_unique<PrinterV2>(kFd, format);
+       },
+       kDocument},
+      {"VorelBuffer",
+       [](Host& host, OutputFormat_t format) {
+          host.buffer = std::make_unique<VorelBuffer>(kFd, kArea, 0);
+          host.renderer = std::make_unique<Renderer>(format, host.buffer.get(), true);
+       },
+       kDocument},
+      {"NonBlockingCliTxnBuffer",
+       [](Host& host, OutputFormat_t format) {
+          host.buffer = std::make_unique<NonBlockingCliTxnBuffer>(50);
+          host.renderer = std::make_unique<RendererV2>(format, host.buffer.get(), true);
+       },
+       sentDocument()},
+      {"the plain functions",
+       [](Host& host, OutputFormat_t format) {
+          host.isPlain = true;
+          host.renderer.reset(initPrinter(kFd, format));
+       },
+       kPlainDocument}};
+
+pthread_mutex_t* activityMutex() {
+   return &Orv::ActivityImplFacility::activityManagerSm()->activityLock().mutex;
+}
+
+bool holdsLock() {
+   const int result = pthread_mutex_lock(activityMutex());
+   if (result == 0)
+      pthread_mutex_unlock(activityMutex());
+   return result == EDEADLK;
+}
+
+/** Deletes what the interrupt registry has of the calling thread. */
+void forgetThread() {
+   vorel_delInterrupted(static_cast<int>(syscall(SYS_gettid)));
+}
+
+/** What does not change from one trial to the next. */
+struct Case {
+   const Life& life;
+   OutputFormat_t format;
+   bool holdsLock;
+   bool resets;        ///< The host resets the mark and flushes again, and otherwise goes on.
+   std::string whole;  ///< The output without faults.
+};
+
+constexpr int kMutexError = EOWNERDEAD;
+
+bool isShort(const Fault& fault) {
+   return fault.call == Fault::write && fault.error == 0;
+}
+
+/** One life, with the faults that are planned for it. */
+class Trial {
+ public:
+   explicit Trial(const Case& given) : case_(given), isSent_(given.life.document.back() == send) {}
+
+   /** Returns how many of the faults have come to pass. */
+   size_t run(const std::vector<Fault>& plan) {
+      const auto& tracking = *Orv::PtrInterface::orvAllocTrackTypeInfo_;
+      if (case_.holdsLock)
+         pthread_mutex_lock(activityMutex());
+      const uint64_t trackedBefore = tracking.allocations - tracking.deallocations;
+      const long blocksBefore = liveBlocks();
+      size_t count = 0;
+      {
+         Faults faults(plan, [this](std::string_view data) { take(data); });
+         faults_ = &faults;
+         {
+            Host host;
+            live(host);
+            count = faults.count();
+         }
+         EXPECT_TRUE(sent_ == owed_ || (count < faults.count() && !isShort(lastFault())))
+               << "the destructor writes what it must";
+         count = faults.count();
+         if (isMarked())
+            isTold_ = true;
+         EXPECT_TRUE(count > 1 || isTold_ || sent_ == case_.whole.size()) << "a loss is told";
+      }
+      forgetThread();
+      EXPECT_EQ(liveBlocks(), blocksBefore);
+      EXPECT_EQ(tracking.allocations - tracking.deallocations, trackedBefore);
+      EXPECT_EQ(holdsLock(), case_.holdsLock);
+      if (case_.holdsLock)
+         pthread_mutex_unlock(activityMutex());
+      return count;
+   }
+
+ private:
+   void live(Host& host) {
+      const auto& [create, document] = std::tie(case_.life.create, case_.life.document);
+      bool goesOn = attempt(host, [&] { create(host, case_.format); });
+      for (size_t i = 0; i < document.size() && goesOn; ++i) {
+         const Print print = document[i];
+         const size_t before = sent_;
+         const bool wasTold = isTold_;
+         goesOn = attempt(host, [&] { print(*host.renderer); });
+         if (case_.resets) {
+            for (size_t again = 0;
+                 !goesOn && again <= faults_->plan().size() && (print == flush || print == send);
+                 ++again)
+               goesOn = attempt(host, [&] { print(*host.renderer); });
+         } else if (!isSent_ && isMarked()) {
+            EXPECT_TRUE(!wasTold || sent_ == before) << "a marked thread writes no more";
+            goesOn = true;
+         }
+      }
+      if (host.renderer == nullptr)
+         return;
+      for (size_t i = 0; isSent_ && i <= faults_->plan().size(); ++i)
+         attempt(host, [&] { send(*host.renderer); });
+      const WithoutFaults unharmed;
+      owed_ = sent_ + (isInterrupted() ? 0 : pending(host).size());
+   }
+
+   static bool isMarked() {
+      const WithoutFaults unharmed;
+      return isInterrupted();
+   }
+
+   /** Makes a call. Returns false when it told of a failure, by an exception or by the mark. */
+   template <class Call>
+   bool attempt(const Host& host, Call call) {
+      try {
+         call();
+         if (!isMarked())
+            return true;
+      } catch (const SigIntException&) {
+         const int error = errno;
+         EXPECT_TRUE(isMarked());
+         EXPECT_TRUE(hasMet(Fault::write) || hasMet(Fault::allocation));
+         EXPECT_TRUE(isTold_ || hasMet(Fault::allocation) || error == lastFault().error);
+      } catch (const std::bad_alloc&) {
+         EXPECT_TRUE(hasMet(Fault::allocation));
+      } catch (const WriteFailed& failure) {
+         EXPECT_EQ(failure.code().value(), lastFault().error);
+      } catch (const std::system_error& failure) {
+         EXPECT_TRUE(hasMet(Fault::lock) || hasMet(Fault::unlock));
+         EXPECT_EQ(failure.code().value(), kMutexError);
+      }
+      const WithoutFaults unharmed;
+      EXPECT_EQ(holdsLock(), case_.holdsLock);
+      if (std::exchange(isTold_, true) && !case_.resets)
+         return false;
+      if (case_.resets)
+         resetInterrupted();
+      // What stays in the area is what comes next, or what was written in part and comes again.
+      const std::string_view kept = pending(host);
+      if (case_.whole.compare(sent_, kept.size(), kept) != 0) {
+         EXPECT_EQ(case_.whole.substr(start_, kept.size()), kept);
+         sent_ = start_;
+      }
+      return false;
+   }
+
+   /** Bytes in the area of a blocking buffer. */
+   static std::string_view pending(const Host& host) {
+      const VorelBuffer* const buffer =
+            host.renderer == nullptr ? nullptr
+                                     : dynamic_cast<const VorelBuffer*>(host.renderer->buffer);
+      return buffer == nullptr
+                   ? std::string_view()
+                   : std::string_view(buffer->base,
+                                      static_cast<size_t>(buffer->writePtr - buffer->base));
+   }
+
+   /** What the kernel would be given. */
+   void take(std::string_view data) {
+      EXPECT_TRUE(isSent_ || !holdsLock());
+      if (data.data() != next_)
+         start_ = sent_;
+      next_ = data.data() + data.size();
+      EXPECT_EQ(case_.whole.substr(sent_, data.size()), data);
+      sent_ += data.size();
+   }
+
+   bool hasMet(Fault::Call call) const {
+      for (size_t i = 0; i < faults_->count(); ++i)
+         if (faults_->plan()[i].call == call)
+            return true;
+      return false;
+   }
+   Fault lastFault() const { return faults_->plan().at(faults_->count() - 1); }
+
+   const Case& case_;
+   const bool isSent_;  ///< By the host, and not by the buffer.
+   const Faults* faults_ = nullptr;
+   bool isTold_ = false;
+   size_t sent_ = 0;             ///< How much of the whole output has been written.
+   size_t start_ = 0;            ///< Where in it the last stretch of memory written begins,
+   const char* next_ = nullptr;  ///< and where that ended.
+   size_t owed_ = 0;             ///< Where in it the life must end.
+};
+
+std::string outputWithoutFaults(const Life& life, OutputFormat_t format) {
+   std::string whole;
+   {
+      const Faults none({}, [&](std::string_view data) { whole += data; });
+      Host host;
+      life.create(host, format);
+      for (const Print print : life.document)
+         print(*host.renderer);
+   }
+   forgetThread();
+   return whole;
+}
+
+class EveryFailure : public testing::Test {
+ protected:
+   ~EveryFailure() override { vorel_globalBufsize = defaultSize_; }
+
+   /** Lives once with these faults. Returns false when the last of them did not come to pass. */
+   bool meets(const Case& given, const std::vector<Fault>& plan) {
+      const size_t count = Trial(given).run(plan);
+      ++lives_;
+      faults_ += count;
+      if (HasFailure()) {
+         std::string faults;
+         for (const Fault& fault : plan)
+            faults += " call " + std::to_string(fault.call) + " passing " +
+                      std::to_string(fault.passing) + " error " + std::to_string(fault.error) +
+                      " taken " + std::to_string(fault.taken) + ";";
+         ADD_FAILURE() << given.life.name << ", format " << given.format << ", lock "
+                       << given.holdsLock << ", resets " << given.resets << ":" << faults;
+         throw std::runtime_error("stopped at the first failure");
+      }
+      return count == plan.size();
+   }
+
+   /** Lives with each call failing in turn, and with another one failing soon after it. */
+   void meetEach(const Case& given) {
+      // The thread sanitizer, whose stack grows with every exception, gets single faults alone.
+      const int soon = sanitizing("thread") ? 0 : 4;
+      for (Fault first : kFaults) {
+         for (first.passing = 0; meets(given, {first}); ++first.passing) {
+            for (Fault second : kFaults)
+               for (second.passing = 0; second.call != first.call && second.passing < soon;
+                    ++second.passing)
+                  meets(given, {first, second});
+            if (first.error == EPIPE && soon != 0)
+               takeParts(given, first.passing);
+         }
+      }
+   }
+
+   /** Lives with each short count of a write, and with another write or a lock failing then. */
+   void takeParts(const Case& given, int passing) {
+      for (Fault part{Fault::write, passing, 0, 1}; meets(given, {part}); ++part.taken)
+         for (const Fault& then : kFaults)
+            if (then.call != Fault::allocation)
+               meets(given, {part, then});
+   }
+
+   static constexpr Fault kFaults[] = {
+         {Fault::write, 0, EINTR},       {Fault::write, 0, EAGAIN}, {Fault::write, 0, EPIPE},
+         {Fault::write, 0, ENOSPC},      {Fault::allocation, 0},    {Fault::lock, 0, kMutexError},
+         {Fault::unlock, 0, kMutexError}};
+
+   size_t lives_ = 0, faults_ = 0;
+
+ private:
+   size_t defaultSize_ = std::exchange(vorel_globalBufsize, kArea);
+};
+
+TEST_F(EveryFailure, IsToldAndLosesNothingElse) {
+   const auto begin = std::chrono::steady_clock::now();
+   for (const OutputFormat_t format : {outputFormatText, outputFormatJson}) {
+      const std::string document = outputWithoutFaults(kLives[0], format);
+      for (const Life& life : kLives) {
+         const std::string whole = outputWithoutFaults(life, format);
+         EXPECT_TRUE(whole == document || life.document == kPlainDocument);
+         for (const bool holds : {false, true})
+            for (const bool resets : {false, true})
+               meetEach({life, format, holds, resets, whole});
+      }
+   }
+   const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
+   std::cout << lives_ << " lives met " << faults_ << " faults in " << time.count() << " s\n";
+}
+
+TEST_F(EveryFailure, WouldBlockWhenTheKernelDoesNotTell) {
+   int ends[2];
+   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+   const Descriptor socket(ends[0]), peer(ends[1]);
+   const struct {
+      Fault fault;
+      bool wouldBlock;
+      int state, capacity;
+      const char* message;
+   } cases[] = {
+         {{Fault::fstat, 0, EIO}, true, 0, -1, ""},
+         {{Fault::getsockopt, 0, EIO}, true, 1, -1, "getsockopt errno 5\n"},
+         {{Fault::ioctl, 0, EIO}, false, 1, getSocketCapacity(socket), "ioctl SIOCOUTQ errno 5\n"},
+   };
+   for (const auto& [fault, wouldBlock, state, capacity, message] : cases) {
+      VorelBuffer buffer(socket, 10, 0);
+      testing::internal::CaptureStdout();
+      const Faults faults({fault});
+      for (int i = 0; i < 2; ++i) {
+         EXPECT_EQ(buffer.wouldBlock(), wouldBlock);
+         EXPECT_EQ(buffer.socketState, state);
+         EXPECT_EQ(buffer.socketCapacity, capacity);
+      }
+      EXPECT_EQ(testing::internal::GetCapturedStdout(), message);
+   }
+}
+
+}  // namespace
