@@ -1,166 +1,294 @@
-// Properly nested documents: an independent parser finds in them the values that were put in,
-// whatever buffer they went through, and an interrupted one is a prefix of the whole.
-#include <functional>
-#include <memory>
+// Random documents. Whatever the calls are, the calls on the buffer and the output are those that a
+// model predicts. What is properly nested under valid names is JSON, in which an independent parser
+// finds the values that were put in. Through the other buffers the output is the same, and that of
+// an interrupted or failing one a prefix of it.
+#include <cerrno>
+#include <deque>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "Faults.h"
 #include "Input.h"
-#include "Recording.h"
+#include "RendererModel.h"
 #include "buffers/NonBlockingCliTxnBuffer.h"
+#include "buffers/VorelBuffer.h"
 
 using namespace vorel;
 using Json = nlohmann::ordered_json;
 
 namespace {
 
-/** A random document, which can be printed any number of times. */
-class Document {
- public:
-   explicit Document(Input& input) { object(input, json_, 0); }
+constexpr size_t kLongest = 1400;  // more than any piece
 
-   const Json& json() const { return json_; }
-   size_t operations() const { return print_.size(); }
-   /** Prints it; before the operation `interruptAt` the thread is marked. */
-   void print(Renderer& to, size_t interruptAt) const {
-      to.start();
-      for (size_t i = 0; i < print_.size(); ++i) {
-         if (i == interruptAt)
-            setInterrupted();
-         print_[i](to);
+/** A call without a name. */
+struct Plain {
+   Effect effect;
+   void (Renderer::*run)();
+   Calls pieces;
+   bool silentInText = true;
+};
+/** An opening with a name, and the closing that goes with it. */
+struct Named {
+   void (Renderer::*run)(const char*);
+   const char* opening;
+   Plain closing;
+   bool silentInText = true;
+};
+const Plain kStart{kKeeps, &Renderer::start, {"{"}};
+const Plain kEnd{kKeeps, &Renderer::end, {"}", "\n"}};
+const Plain kEntry{kOpens, &Renderer::startListEntry, {"{"}};
+const Plain kEndEntry{kCloses, &Renderer::endListEntry, {"}"}};
+const Plain kEndDictEntry{kCloses, &Renderer::endDictEntry, {"}"}};
+const Plain kEndSimple{kCloses, &Renderer::endSimpleDictEntry, {}};
+const Plain kObject{kOpens, &Renderer::startObj, {"{"}, false};
+const Plain kEndObject{kCloses, &Renderer::endObj, {"}"}, false};
+const Named kList{&Renderer::startList, "\":[", {kClosesLate, &Renderer::endList, {"]"}}};
+const Named kObjects[] = {
+      {&Renderer::startDict, "\":{", {kCloses, &Renderer::endDict, {"}"}}},
+      {&Renderer::startSubmodel, "\":{", {kCloses, &Renderer::endSubmodel, {"}"}}},
+      {&Renderer::startObj, "\":{", kEndObject, false}};
+const Named kSimple{&Renderer::startSimpleObj, "\":", kEndSimple, false};
+
+struct Document {
+   std::vector<Step> steps;
+   Json json;
+
+   /** A valid document, or any calls with any bytes. */
+   Document(Input& input, bool valid) : input_(input), valid_(valid) {
+      if (valid) {
+         add(kStart);
+         object(json, 0);
+         add(kEnd);
       }
-      to.end();
+      while (!valid && !input.empty())
+         anyCall();
    }
 
  private:
-   using Operation = std::function<void(Renderer&)>;
-
-   void add(Operation operation) { print_.push_back(std::move(operation)); }
-
-   /** A value under a name, or a bare one. */
-   template <class Info, class Value>
-   Json value(const std::string& name, Value value, const Json& json) {
-      add([name, value](Renderer& to) {
-         if constexpr (std::is_same_v<Value, std::string>) {
-            const Info info(name.c_str(), value.c_str());
-            to.addAttributesJson(1, &info);
-         } else {
-            const Info info(name.c_str(), value);
-            to.addAttributesJson(1, &info);
-         }
-      });
-      return json;
+   void add(const Plain& call) {
+      steps.push_back(plain(call.effect, call.run, call.pieces));
+      steps.back().silentInText = call.silentInText;
+   }
+   /** Returns the name. */
+   std::string add(const Named& call) {
+      const char* const name = text();
+      steps.push_back(opens(call.run, name, "\"" + std::string(name) + call.opening));
+      steps.back().silentInText = call.silentInText;
+      return name;
    }
 
-   Json anyValue(Input& input, const std::string& name) {
-      const uint64_t bits = input.word();
+   /** Some text, which lives as long as the document: any bytes but NUL and now and then many, or
+    * what needs no escape. */
+   const char* text() {
+      std::string text = input_.text(40, valid_ ? "abcdefgh 12{}[]:,\x7f" : nullptr);
+      std::replace(text.begin(), text.end(), '\0', '%');
+      if (input_.byte() % 16 == 1)
+         text.append(600, 'l');
+      return texts_.emplace_back(std::move(text)).c_str();
+   }
+
+   /** Adds a value under a name, or a bare one. */
+   template <class Info = Attr32Info, class Value>
+   Json value(const char* name, Value value, const std::string& text) {
+      const std::string key = *name == '\0' ? "" : "\"" + std::string(name) + "\":";
+      steps.push_back(member<Info>(name, value, key + text));
+      return value;
+   }
+   Json anyValue(const char* name) {
+      const uint64_t bits = input_.word();
       const auto number = static_cast<int32_t>(bits);
+      const auto count = static_cast<uint32_t>(bits);
       const double decimal = static_cast<double>(static_cast<int64_t>(bits)) / 64;  // six digits
-      switch (input.below(6)) {
+      const float small = static_cast<float>(number % 100000) / 16;
+      const char* string = nullptr;
+      switch (input_.below(7)) {
          case 0:
-            return value<Attr32Info>(name, number, number);
+            return value(name, number, std::to_string(number));
          case 1:
-            return value<Attr32Info>(name, static_cast<uint32_t>(bits),
-                                     static_cast<uint32_t>(bits));
+            return value(name, count, std::to_string(count));
          case 2:
-            return value<Attr64Info>(name, bits, bits);
+            return value<Attr64Info>(name, bits, std::to_string(bits));
          case 3:
-            return value<Attr32Info>(name, bits % 2 != 0, bits % 2 != 0);
+            return value(name, number < 0, number < 0 ? "true" : "false");
          case 4:
-            return value<Attr64Info>(name, decimal, decimal);
-         default: {
-            const std::string text = input.text(60, "abc 123{}[]:,");
-            return value<Attr32Info>(name, text, text);
-         }
+            return value<Attr64Info>(name, decimal, std::to_string(decimal));
+         case 5:
+            return value(name, small, std::to_string(small));
+         default:
+            string = text();
+            return value(name, string, "\"" + std::string(string) + "\"");
       }
    }
 
-   void list(Input& input, Json& json, int depth) {
-      json = Json::array();
-      for (size_t entries = input.below(4); entries != 0; --entries) {
-         if (input.byte() % 2 != 0) {
-            json.push_back(anyValue(input, ""));
+   template <class Info, class Key>
+   std::string key(bool simple, Key key, const std::string& text) {
+      void (Renderer::*const object)(const Info&) = &Renderer::startDictEntry;
+      void (Renderer::*const item)(const Info&) = &Renderer::startSimpleDictEntry;
+      steps.push_back(
+            entry<Info>(simple ? item : object, key, "\"" + text + (simple ? "\":" : "\":{")));
+      return text;
+   }
+   /** Opens an entry of a dictionary, for an object or for one item, and returns its key. */
+   std::string anyKey(bool simple) {
+      const uint64_t bits = input_.word();
+      const auto number = static_cast<int32_t>(bits);
+      const auto count = static_cast<uint32_t>(bits);
+      const char* string = nullptr;
+      switch (input_.below(4)) {
+         case 0:
+            return key<Attr32Info>(simple, number, std::to_string(number));
+         case 1:
+            return key<Attr32Info>(simple, count, std::to_string(count));
+         case 2:
+            return key<Attr64Info>(simple, bits, std::to_string(bits));
+         default:
+            string = text();
+            return key<Attr32Info>(simple, string, string);
+      }
+   }
+
+   void list(Json& to, int depth) {
+      to = Json::array();
+      for (size_t entries = input_.below(4); entries != 0; --entries) {
+         if (input_.byte() % 2 != 0) {
+            to.push_back(anyValue(""));
             continue;
          }
-         add([](Renderer& to) { to.startListEntry(); });
-         object(input, json.emplace_back(), depth + 1);
-         add([](Renderer& to) { to.endListEntry(); });
+         add(kEntry);
+         object(to.emplace_back(), depth + 1);
+         add(kEndEntry);
       }
    }
 
-   void object(Input& input, Json& json, int depth) {
+   void object(Json& to, int depth) {
       constexpr int kDeepest = 6;
-      json = Json::object();
-      for (size_t members = input.below(5); members != 0; --members) {
-         const std::string name = std::to_string(members) + input.text(30, "abcdefgh-_");
-         switch (depth < kDeepest ? input.below(5) : 0) {
-            case 1:
-               add([name](Renderer& to) { to.startList(name.c_str()); });
-               list(input, json[name], depth + 1);
-               add([](Renderer& to) { to.endList(); });
-               break;
-            case 2:
-               add([name](Renderer& to) { to.startDict(name.c_str()); });
-               object(input, json[name], depth + 1);
-               add([](Renderer& to) { to.endDict(); });
-               break;
-            case 3:
-               add([members](Renderer& to) {
-                  to.startDictEntry(Attr64Info("", uint64_t{members}));
-               });
-               object(input, json[std::to_string(members)], depth + 1);
-               add([](Renderer& to) { to.endDictEntry(); });
-               break;
-            case 4:
-               add([name](Renderer& to) { to.startSimpleDictEntry(Attr32Info("", name.c_str())); });
-               json[name] = anyValue(input, "");
-               add([](Renderer& to) { to.endSimpleDictEntry(); });
-               break;
-            default:
-               json[name] = anyValue(input, name);
-         }
+      to = Json::object();
+      for (size_t members = input_.below(6); members != 0; --members)
+         anyMember(to, depth < kDeepest ? input_.below(8) : 0, depth);
+   }
+
+   void anyMember(Json& to, size_t kind, int depth) {
+      if (kind == 1) {
+         list(to[add(kList)], depth + 1);
+         add(kList.closing);
+      } else if (kind == 2) {
+         object(to[anyKey(false)], depth + 1);
+         add(kEndDictEntry);
+      } else if (kind == 3) {
+         Json& value = to[anyKey(true)];
+         value = anyValue("");
+         add(kEndSimple);
+      } else if (kind == 4) {
+         Json& value = to[add(kSimple)];
+         add(kObject);
+         object(value, depth + 1);
+         add(kEndObject);
+      } else if (kind == 5) {
+         const Named& call = kObjects[input_.below(std::size(kObjects))];
+         object(to[add(call)], depth + 1);
+         add(call.closing);
+      } else {
+         const char* const name = text();
+         if (*name != '\0')  // which would be a bare value
+            to[name] = anyValue(name);
       }
    }
 
-   Json json_;
-   std::vector<Operation> print_;
+   void anyCall() {
+      static const Plain kPlain[] = {kStart,  kEnd,       kEntry,        kEndEntry,
+                                     kObject, kEndObject, kEndDictEntry, kEndSimple};
+      const size_t chosen = input_.byte();
+      Json ignored;
+      switch (input_.below(6)) {
+         case 0:
+            return add(kPlain[chosen % std::size(kPlain)]);
+         case 1:
+            return static_cast<void>(add(chosen % 2 == 0 ? kList : kSimple));
+         case 2:
+            return static_cast<void>(anyValue(chosen % 2 == 0 ? text() : ""));
+         case 3:
+            return static_cast<void>(anyKey(chosen % 2 == 0));
+         case 4:
+            return steps.push_back(chosen % 2 == 0 ? frill(text()) : wrappedFrill(text()));
+         default:
+            return object(ignored, 4);
+      }
+   }
+
+   Input& input_;
+   bool valid_;
+   std::deque<std::string> texts_;
 };
 
-void require(bool holds, const char* what) {
+void require(bool holds, const std::string& what) {
    if (!holds)
       throw std::logic_error(what);
+}
+
+void requireNone(const std::string& difference) {
+   require(difference.empty(), difference);
+}
+
+/** Prints up to an exception; before the step `interruptAt` the thread is marked. Returns whether
+ * it came to the end. */
+bool print(const Document& document, OutputFormat_t format, PrintBuffer& buffer, bool buffered,
+           size_t interruptAt) {
+   Renderer to(format, &buffer, buffered);
+   try {
+      for (size_t i = 0; i < document.steps.size(); ++i) {
+         if (i == interruptAt)
+            setInterrupted();
+         document.steps[i].run(to);
+      }
+   } catch (const SigIntException&) {
+      return false;
+   }
+   return !isInterrupted();
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
    Input input(data, size);
-   const size_t area = input.next() % 2000;
-   const size_t interruptAt = input.next();
-   const Document document(input);
+   const bool valid = input.byte() % 2 == 0;
+   const OutputFormat_t format = input.byte() % 4 == 0 ? outputFormatText : outputFormatJson;
+   const bool buffered = input.byte() % 2 == 0;
+   const size_t area = input.next() % 2000, failingCall = input.next() % 300;
+   const size_t interruptAt = input.next() % 400;
+   const Fault fault{Fault::kWrite, static_cast<int>(input.below(30)),
+                     input.byte() % 2 == 0 ? EAGAIN : 0, 1 + input.below(60)};
+   const Document document(input, valid);
 
-   RecordingBuffer buffer(area);
-   Renderer whole(outputFormatJson, &buffer, input.byte() % 2 != 0);
-   document.print(whole, SIZE_MAX);
-   require(Json::parse(buffer.output()) == document.json(), "the values that were put in");
+   requireNone(compare(document.steps, {format, buffered, area}).second);
+   requireNone(compare(document.steps, {format, buffered, area, failingCall}).second);
+
+   RecordingBuffer whole(area);
+   print(document, format, whole, buffered, SIZE_MAX);
+   const std::string all = whole.output();
+   require(!valid || format == outputFormatText || Json::parse(all) == document.json,
+           "the values that were put in");
+
+   std::string printed;
+   const auto requirePrefix = [&](bool ended, const char* which) {
+      resetInterrupted();
+      require(ended ? printed == all : all.starts_with(printed), which);
+      printed.clear();
+   };
+   bool ended = false;
+   {
+      const Faults faults({fault}, [&](std::string_view bytes) { printed += bytes; });
+      VorelBuffer buffer(1, buffered ? kLongest + area : 0, VorelBuffer::kResetInterrupt1);
+      ended = print(document, format, buffer, buffered, interruptAt);
+   }
+   requirePrefix(ended && !isInterrupted(), "blocking buffer");
 
    NonBlockingCliTxnBuffer chunks(1 + area);
-   Renderer chunked(outputFormatJson, &chunks, true);
-   bool interrupted = false;
-   try {
-      document.print(chunked, interruptAt);
-   } catch (const SigIntException&) {
-      interrupted = true;
-   }
-   resetInterrupted();
-   require(!interrupted || interruptAt < document.operations(), "no interruption unasked for");
-   std::string printed;
+   ended = print(document, format, chunks, true, interruptAt);
    const char* piece = nullptr;
    while (const size_t length = chunks.nextExtract(&piece)) {
       printed.append(piece, length);
       chunks.extract(length);
    }
-   const std::string all = buffer.output();
-   require(interrupted ? all.starts_with(printed) : printed == all, "a prefix, or the whole");
+   requirePrefix(ended, "transactional buffer");
    return 0;
 }

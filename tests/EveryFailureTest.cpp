@@ -192,7 +192,7 @@ struct Case {
 constexpr int kMutexError = EOWNERDEAD;
 
 bool isShort(const Fault& fault) {
-   return fault.call == Fault::write && fault.error == 0;
+   return fault.call == Fault::kWrite && fault.error == 0;
 }
 
 /** One life, with the faults that are planned for it. */
@@ -274,14 +274,14 @@ class Trial {
       } catch (const SigIntException&) {
          const int error = errno;
          EXPECT_TRUE(isMarked());
-         EXPECT_TRUE(hasMet(Fault::write) || hasMet(Fault::allocation));
-         EXPECT_TRUE(isTold_ || hasMet(Fault::allocation) || error == lastFault().error);
+         EXPECT_TRUE(hasMet(Fault::kWrite) || hasMet(Fault::kAllocation));
+         EXPECT_TRUE(isTold_ || hasMet(Fault::kAllocation) || error == lastFault().error);
       } catch (const std::bad_alloc&) {
-         EXPECT_TRUE(hasMet(Fault::allocation));
+         EXPECT_TRUE(hasMet(Fault::kAllocation));
       } catch (const WriteFailed& failure) {
          EXPECT_EQ(failure.code().value(), lastFault().error);
       } catch (const std::system_error& failure) {
-         EXPECT_TRUE(hasMet(Fault::lock) || hasMet(Fault::unlock));
+         EXPECT_TRUE(hasMet(Fault::kLock) || hasMet(Fault::kUnlock));
          EXPECT_EQ(failure.code().value(), kMutexError);
       }
       const WithoutFaults unharmed;
@@ -391,16 +391,17 @@ class EveryFailure : public testing::Test {
 
    /** Lives with each short count of a write, and with another write or a lock failing then. */
    void takeParts(const Case& given, int passing) {
-      for (Fault part{Fault::write, passing, 0, 1}; meets(given, {part}); ++part.taken)
+      for (Fault part{Fault::kWrite, passing, 0, 1}; meets(given, {part}); ++part.taken)
          for (const Fault& then : kFaults)
-            if (then.call != Fault::allocation)
+            if (then.call != Fault::kAllocation)
                meets(given, {part, then});
    }
 
    static constexpr Fault kFaults[] = {
-         {Fault::write, 0, EINTR},       {Fault::write, 0, EAGAIN}, {Fault::write, 0, EPIPE},
-         {Fault::write, 0, ENOSPC},      {Fault::allocation, 0},    {Fault::lock, 0, kMutexError},
-         {Fault::unlock, 0, kMutexError}};
+         {Fault::kWrite, 0, EINTR},       {Fault::kWrite, 0, EAGAIN},
+         {Fault::kWrite, 0, EPIPE},       {Fault::kWrite, 0, ENOSPC},
+         {Fault::kAllocation, 0},         {Fault::kLock, 0, kMutexError},
+         {Fault::kUnlock, 0, kMutexError}};
 
    size_t lives_ = 0, faults_ = 0;
 
@@ -434,9 +435,9 @@ TEST_F(EveryFailure, WouldBlockWhenTheKernelDoesNotTell) {
       int state, capacity;
       const char* message;
    } cases[] = {
-         {{Fault::fstat, 0, EIO}, true, 0, -1, ""},
-         {{Fault::getsockopt, 0, EIO}, true, 1, -1, "getsockopt errno 5\n"},
-         {{Fault::ioctl, 0, EIO}, false, 1, getSocketCapacity(socket), "ioctl SIOCOUTQ errno 5\n"},
+         {{Fault::kFstat, 0, EIO}, true, 0, -1, ""},
+         {{Fault::kGetsockopt, 0, EIO}, true, 1, -1, "getsockopt errno 5\n"},
+         {{Fault::kIoctl, 0, EIO}, false, 1, getSocketCapacity(socket), "ioctl SIOCOUTQ errno 5\n"},
    };
    for (const auto& [fault, wouldBlock, state, capacity, message] : cases) {
       VorelBuffer buffer(socket, 10, 0);

@@ -42,7 +42,7 @@ const Fault* Faults::meet(Fault::Call call, size_t length) {
    if (fault.call != call || current->passed_++ != fault.passing)
       return nullptr;
    current->passed_ = 0;
-   if (call == Fault::write && fault.error == 0 && fault.taken >= length)
+   if (call == Fault::kWrite && fault.error == 0 && fault.taken >= length)
       return nullptr;
    ++current->count_;
    return &fault;
@@ -74,7 +74,7 @@ int __real_getsockopt(int fd, int level, int name, void* value, socklen_t* size)
 int __real_ioctl(int fd, unsigned long request, void* argument);
 
 void* __wrap_malloc(size_t size) {
-   void* const block = Faults::meet(Fault::allocation) == nullptr ? __real_malloc(size) : nullptr;
+   void* const block = Faults::meet(Fault::kAllocation) == nullptr ? __real_malloc(size) : nullptr;
    if (block != nullptr)
       ++live;
    return block;
@@ -88,7 +88,7 @@ void __wrap_free(void* block) {
 
 ssize_t __wrap_write(int fd, const void* data, size_t size) {
    const Faults::Sink* const sink = Faults::sink();
-   if (const Fault* const fault = Faults::meet(Fault::write, size)) {
+   if (const Fault* const fault = Faults::meet(Fault::kWrite, size)) {
       if (fault->error != 0) {
          errno = fault->error;
          return -1;
@@ -103,25 +103,25 @@ ssize_t __wrap_write(int fd, const void* data, size_t size) {
 }
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
-   const Fault* const fault = Faults::meet(Fault::lock);
+   const Fault* const fault = Faults::meet(Fault::kLock);
    return fault == nullptr ? __real_pthread_mutex_lock(mutex) : fault->error;
 }
 
 int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
    const Fault* fault = nullptr;
    if (mutex == &Orv::ActivityImplFacility::activityManagerSm()->activityLock().mutex)
-      fault = Faults::meet(Fault::unlock);
+      fault = Faults::meet(Fault::kUnlock);
    return fault == nullptr ? __real_pthread_mutex_unlock(mutex) : fault->error;
 }
 
 int __wrap_fstat(int fd, struct stat* status) {
-   return fails(Fault::fstat) ? -1 : __real_fstat(fd, status);
+   return fails(Fault::kFstat) ? -1 : __real_fstat(fd, status);
 }
 int __wrap_getsockopt(int fd, int level, int name, void* value, socklen_t* size) {
-   return fails(Fault::getsockopt) ? -1 : __real_getsockopt(fd, level, name, value, size);
+   return fails(Fault::kGetsockopt) ? -1 : __real_getsockopt(fd, level, name, value, size);
 }
 int __wrap_ioctl(int fd, unsigned long request, void* argument) {
-   return fails(Fault::ioctl) ? -1 : __real_ioctl(fd, request, argument);
+   return fails(Fault::kIoctl) ? -1 : __real_ioctl(fd, request, argument);
 }
 
 }  // extern "C"

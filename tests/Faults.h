@@ -10,7 +10,7 @@
 
 /** A call that is to fail. */
 struct Fault {
-   enum Call { allocation, write, lock, unlock, fstat, getsockopt, ioctl };
+   enum Call { kAllocation, kWrite, kLock, kUnlock, kFstat, kGetsockopt, kIoctl };
    Call call;
    int passing;       ///< How many such calls go well before it.
    int error = 0;     ///< What it fails with; of no meaning for an allocation.
@@ -71,7 +71,7 @@ void failEachAllocation(Operation operation, Check check) {
    for (int failures = 0;; ++failures) {
       const long before = liveBlocks();
       try {
-         const Faults faults({{Fault::allocation, failures}});
+         const Faults faults({{Fault::kAllocation, failures}});
          return operation();
       } catch (const std::bad_alloc&) {
          check(liveBlocks() - before);
