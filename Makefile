@@ -9,8 +9,9 @@ BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev rapidjson-dev libfmt-dev nl
                   valgrind
 TEST_PACKAGES := $(BUILD_PACKAGES) jq libgtest-dev nlohmann-json3-dev locales pkg-config python3
 
-.PHONY: all demo test bench load docs fuzz install configure packages-build packages-demo \
-        packages-test packages-bench packages-docs packages-fuzz clean
+.PHONY: all demo test bench load docs fuzz coverage install configure packages-build \
+        packages-demo packages-test packages-bench packages-docs packages-fuzz packages-coverage \
+        clean
 
 all: packages-build configure
 	@cmake --build $(BUILD) -j $(JOBS)
@@ -57,6 +58,16 @@ fuzz: packages-fuzz
 	      -print_final_stats=1 || exit 1; \
 	done
 
+# How much of the library's code the tests reach, by lines and by branches.
+coverage: packages-coverage
+	@cmake -S . -B $(BUILD)-coverage -DCMAKE_BUILD_TYPE=Debug \
+	   -DCMAKE_CXX_FLAGS="--coverage -fprofile-update=atomic" >/dev/null
+	@cmake --build $(BUILD)-coverage -j $(JOBS) >/dev/null
+	@find $(BUILD)-coverage -name '*.gcda' -delete
+	@ctest --test-dir $(BUILD)-coverage -j $(JOBS) --output-on-failure | tail -n 4
+	@gcovr --root . --filter src/ --exclude-throw-branches $(BUILD)-coverage
+	@gcovr --root . --filter src/ --exclude-throw-branches --branches $(BUILD)-coverage
+
 # A thousand clients at once on the example session_server, many of them unkind.
 load: packages-test configure
 	@cmake --build $(BUILD) -j $(JOBS) --target session_server session_load >/dev/null
@@ -73,6 +84,8 @@ packages-test:
 	@cmake/need-packages $(TEST_PACKAGES)
 packages-fuzz:
 	@cmake/need-packages $(BUILD_PACKAGES) clang libclang-rt-dev libgtest-dev nlohmann-json3-dev
+packages-coverage:
+	@cmake/need-packages $(TEST_PACKAGES) gcovr
 packages-docs:
 	@cmake/need-packages doxygen
 packages-bench:

@@ -112,6 +112,9 @@ TEST_F(AttributesTest, APieceBeyondIntMaxMarksTheThreadAndWritesNothing) {
    EXPECT_FALSE(isInterrupted());
    EXPECT_EQ(buffer.output(), ",\"a\":1");
    EXPECT_THROW(json.addArgs("%d %s", &good, &text), SigIntException);
+   resetInterrupted();
+   json.format = outputFormatText;
+   EXPECT_THROW(json.addArgs(giant.get()), SigIntException);
 }
 
 TEST(AttributesDeathTest, StopOnUnknownTagsAndFormats) {

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <iostream>
 #include <stdexcept>
 #include <string_view>
@@ -58,7 +59,14 @@ const std::vector<Print> kDocument = {
          inJson(to) ? to.addArgs("%d", &item) : to.addArgs(kLongFormat.c_str(), 5);
       },
       [](Renderer& to) { to.endDictEntry(); },
-      [](Renderer& to) { to.startSimpleDictEntry(Attr32Info("", "six")); },
+      [](Renderer& to) {
+         auto* const six = static_cast<char*>(std::malloc(4));
+         if (six == nullptr)
+            throw std::bad_alloc();
+         Attr32Info key("", std::strcpy(six, "six"));
+         key.ownsValue = true;
+         to.startSimpleDictEntry(key);
+      },
       [](Renderer& to) {
          const Attr64Info number("", 7.5);
          to.addAttributesJson(1, &number);

@@ -136,6 +136,7 @@ TEST_F(PlainCTest, ASecondFailureForLackOfAReaderIsNotFatal) {
    buffer.error = EPIPE;
    EXPECT_EQ(addFrills(&text, "%s", 0, buffer.text), -1);
    EXPECT_EQ(buffer.calls, (Calls{"allocate 10", "allocate 19"}));
+   EXPECT_THROW(text.addFrills("%s", buffer.text), SigIntException);
 }
 
 TEST(PlainCDeathTest, AnyOtherSecondFailureIsReported) {

@@ -95,6 +95,7 @@ const std::vector<Step> kSteps = {
       wrappedFrill(kLong),
       inText(opens(&Renderer::startObj, kNull, "\"(null)\":{")),
       member(kNull, kNull, "\"(null)\":\"(null)\""),
+      member("s", kNull, "\"s\":\"(null)\""),
       entry<Attr32Info>(&Renderer::startDictEntry, kNull, "\"(null)\":{"),
       plain(kCloses, &Renderer::endDictEntry, {"}"}),
       inText(plain(kCloses, &Renderer::endObj, {"}"})),
