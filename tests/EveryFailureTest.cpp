@@ -172,17 +172,6 @@ const Life kLives[] = {
        },
        kPlainDocument}};
 
-pthread_mutex_t* activityMutex() {
-   return &Orv::ActivityImplFacility::activityManagerSm()->activityLock().mutex;
-}
-
-bool holdsLock() {
-   const int result = pthread_mutex_lock(activityMutex());
-   if (result == 0)
-      pthread_mutex_unlock(activityMutex());
-   return result == EDEADLK;
-}
-
 /** Deletes what the interrupt registry has of the calling thread. */
 void forgetThread() {
    vorel_delInterrupted(static_cast<int>(syscall(SYS_gettid)));
@@ -210,9 +199,8 @@ class Trial {
 
    /** Returns how many of the faults have come to pass. */
    size_t run(const std::vector<Fault>& plan) {
+      const auto held = hold(case_.holdsLock);
       const auto& tracking = *Orv::PtrInterface::orvAllocTrackTypeInfo_;
-      if (case_.holdsLock)
-         pthread_mutex_lock(activityMutex());
       const uint64_t trackedBefore = tracking.allocations - tracking.deallocations;
       const long blocksBefore = liveBlocks();
       size_t count = 0;
@@ -235,8 +223,6 @@ class Trial {
       EXPECT_EQ(liveBlocks(), blocksBefore);
       EXPECT_EQ(tracking.allocations - tracking.deallocations, trackedBefore);
       EXPECT_EQ(holdsLock(), case_.holdsLock);
-      if (case_.holdsLock)
-         pthread_mutex_unlock(activityMutex());
       return count;
    }
 

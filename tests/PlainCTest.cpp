@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -105,17 +104,6 @@ TEST_F(PlainCTest, FrillsOfABufferedRenderer) {
    buffer.failingCall = 2;
    EXPECT_EQ(addFrills(&text, "%s", 0, "more than ten bytes"), -1);
    EXPECT_EQ(buffer.output(), "12345678912 x");
-}
-
-TEST_F(PlainCTest, AReaderThatHasGone) {
-   const auto before = std::signal(SIGPIPE, SIG_IGN);
-   Pipe pipe;
-   pipe.reader.close();
-   const Handle text(initPrinter(pipe.writer, outputFormatText));
-   EXPECT_EQ(addFrills(text.get(), "x", 0), -1);
-   EXPECT_EQ(errno, EPIPE);
-   EXPECT_TRUE(isInterrupted());
-   std::signal(SIGPIPE, before);
 }
 
 /** A buffer that, while it makes room for a text, makes the text longer. */

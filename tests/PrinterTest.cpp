@@ -1,9 +1,5 @@
 #include <memory>
-#include <nlohmann/json.hpp>
-#include <string>
-#include <thread>
 #include <utility>
-#include <vector>
 
 #include "Recording.h"
 #include "render/Printer.h"
@@ -107,71 +103,6 @@ TEST_F(PrinterTest, WriteQuotedStringCopiesRunsAndEscapesUnescapedQuotes) {
          EXPECT_EQ(buffer.calls, calls) << text;
          EXPECT_TRUE(renderer.firstItem);
       }
-   }
-}
-
-/** Prints a document, by the same calls in either format. */
-void printDocument(Renderer& to) {
-   to.start();
-   to.addFrills("%-8s %s\n", "Name", "Mtu");
-   to.startList("interfaces");
-   for (unsigned i = 0; i < 300; ++i) {
-      const std::string name = "eth" + std::to_string(i);
-      const Attr32Info nameInfo("name", name.c_str()), mtu("mtu", 1500 + i);
-      const Attr64Info load("load", i / 4.0);
-      to.startListEntry();
-      if (to.format == outputFormatText)
-         to.addAttributes("%-8s %u\n", 2, name.c_str(), 1500 + i);
-      else
-         to.addAttributes("%-8s %u\n", 2, &nameInfo, &mtu);
-      to.startSubmodel("counters");
-      to.addAttributesJson(1, &load);
-      to.endSubmodel();
-      to.endListEntry();
-   }
-   to.endList();
-   to.startDict("flags");
-   for (int key : {-1, 7}) {
-      const Attr32Info value("", key > 0);
-      to.startSimpleDictEntry(Attr32Info("", key));
-      to.addAttributesJson(1, &value);
-      to.endSimpleDictEntry();
-   }
-   to.endDict();
-   to.end();
-}
-
-TEST_F(PrinterTest, ThreadsPrintWholeDocumentsInEitherFormat) {
-   auto expected =
-         nlohmann::json::parse(R"({"interfaces": [], "flags": {"-1": false, "7": true}})");
-   std::string expectedText = "Name     Mtu\n";
-   for (unsigned i = 0; i < 300; ++i) {
-      const std::string name = "eth" + std::to_string(i);
-      expected["interfaces"].push_back(
-            {{"name", name}, {"mtu", 1500 + i}, {"counters", {{"load", i / 4.0}}}});
-      expectedText += name + std::string(9 - name.size(), ' ') + std::to_string(1500 + i) + "\n";
-   }
-   const auto print = [&](OutputFormat_t format, bool buffered, unsigned bufsize) {
-      Pipe pipe;
-      std::thread writer([&] {
-         printDocument(
-               *std::make_unique<Printer>(pipe.writer, format, false, false, buffered, bufsize));
-         pipe.writer.close();
-      });
-      const std::string all = pipe.read();
-      writer.join();
-      if (format == outputFormatText) {
-         EXPECT_EQ(all, expectedText);
-      } else {
-         EXPECT_EQ(nlohmann::json::parse(all), expected);
-         EXPECT_EQ(all.find('\n'), all.size() - 1);
-      }
-   };
-   for (OutputFormat_t format : {outputFormatText, outputFormatJson}) {
-      std::thread beside([&] { print(format, true, 100); });  // both at once
-      print(format, false, 0);
-      beside.join();
-      print(format, true, 0);
    }
 }
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -100,18 +101,25 @@ struct Descriptor {
 struct Pipe {
    Descriptor reader, writer;
 
-   Pipe() {
-      int ends[2];
-      EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+   /** A pipe, or what else `make` makes of two ends. */
+   explicit Pipe(int (*make)(int ends[2]) = [](int* ends) { return pipe2(ends, O_CLOEXEC); }) {
+      int ends[2] = {-1, -1};
+      EXPECT_EQ(make(ends), 0);
       reader.fd = ends[0];
       writer.fd = ends[1];
    }
-   /** All bytes up to the end, which comes when the writer is closed. */
-   std::string read() const {
-      std::string all;
-      char part[65536];
-      for (ssize_t got = 0; (got = ::read(reader, part, sizeof part)) > 0;)
-         all.append(part, static_cast<size_t>(got));
+   /** What is there, or comes first, of at most `size` bytes; nothing at the end. */
+   std::string readSome(size_t size = 65536) const {
+      std::string part(size, '\0');
+      const ssize_t got = ::read(reader, part.data(), size);
+      part.resize(got > 0 ? static_cast<size_t>(got) : 0);
+      return part;
+   }
+   /** All bytes up to the end, which comes when the writer is closed, but no more than `size`. */
+   std::string read(size_t size = SIZE_MAX) const {
+      std::string all, part;
+      while (!(part = readSome(std::min(size - all.size(), size_t{65536}))).empty())
+         all += part;
       return all;
    }
    std::string finish() {
@@ -125,6 +133,26 @@ struct Pipe {
       return count;
    }
 };
+
+inline pthread_mutex_t* activityMutex() {
+   return &Orv::ActivityImplFacility::activityManagerSm()->activityLock().mutex;
+}
+
+/** Whether the calling thread holds the activity lock. */
+inline bool holdsLock() {
+   const int result = pthread_mutex_lock(activityMutex());
+   if (result == 0)
+      pthread_mutex_unlock(activityMutex());
+   return result == EDEADLK;
+}
+
+/** Holds the activity lock for its life, or does not. */
+inline std::shared_ptr<pthread_mutex_t> hold(bool holding) {
+   if (!holding)
+      return nullptr;
+   pthread_mutex_lock(activityMutex());
+   return {activityMutex(), pthread_mutex_unlock};
+}
 
 /** Calls addVaFrillsWrapper with an argument list of its own. */
 inline int addVaFrills(vorel::Renderer& to, const char* fmt, ...) {

@@ -1,12 +1,8 @@
 #include "interrupt/SigIntException.h"
 
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
-
-#include <atomic>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "Recording.h"
 #include "plain/PlainC.h"
@@ -63,32 +59,14 @@ TEST_F(SigIntExceptionTest, AMarkStaysUntilItIsReset) {
    EXPECT_FALSE(vorel::isInterrupted());
 }
 
-TEST_F(SigIntExceptionTest, AMarkReachesItsThreadAloneWhileOthersChangeTheirs) {
-   constexpr int kThreads = 8;
-   std::atomic<int> ids[kThreads] = {};
-   std::atomic<int> stopped{0};
-   std::vector<std::thread> threads;
-   for (auto& id : ids) {
-      threads.emplace_back([&id, &stopped] {
-         id = ownId();
-         while (!vorel::isInterrupted()) {
-            vorel_setInterrupted(kNobody);
-            vorel_delInterrupted(kNobody);
-         }
-         ++stopped;
-      });
-   }
-   for (int i = 0; i < kThreads; ++i) {
-      while (ids[i] == 0)
-         std::this_thread::yield();
-      EXPECT_LE(stopped, i);
-      vorel_setInterrupted(ids[i]);
-   }
-   for (auto& thread : threads)
-      thread.join();
-   EXPECT_FALSE(vorel::isInterrupted());
-   for (auto& id : ids)
-      vorel_delInterrupted(id);
+TEST_F(SigIntExceptionTest, TheChildOfAForkIsAnotherThread) {
+   vorel::setInterrupted();
+   const pid_t child = fork();
+   if (child == 0)
+      _exit(vorel::isInterrupted() ? 1 : 0);
+   int status = -1;
+   ASSERT_EQ(waitpid(child, &status, 0), child);
+   EXPECT_EQ(status, 0);
 }
 
 }  // namespace

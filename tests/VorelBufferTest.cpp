@@ -1,18 +1,23 @@
 #include "buffers/VorelBuffer.h"
 
 #include <linux/sockios.h>
+#include <poll.h>
 #include <pty.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <termios.h>
 
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
 
+#include "EndlessDocument.h"
 #include "Recording.h"
+#include "render/Printer.h"
 
 // An impossible allocation is to fail as it does without the sanitizers.
 extern "C" const char* __asan_default_options() {
@@ -25,25 +30,6 @@ extern "C" const char* __tsan_default_options() {
 using namespace vorel;
 
 namespace {
-
-pthread_mutex_t* activityMutex() {
-   return &Orv::ActivityImplFacility::activityManagerSm()->activityLock().mutex;
-}
-
-bool holdsLock() {
-   const int result = pthread_mutex_lock(activityMutex());
-   if (result == 0)
-      pthread_mutex_unlock(activityMutex());
-   return result == EDEADLK;
-}
-
-/** Holds the activity lock for its life, or does not. */
-std::shared_ptr<pthread_mutex_t> hold(bool holding) {
-   if (!holding)
-      return nullptr;
-   pthread_mutex_lock(activityMutex());
-   return {activityMutex(), pthread_mutex_unlock};
-}
 
 void commit(VorelBuffer& buffer, const std::string& text) {
    std::memcpy(buffer.writePtr, text.data(), text.size());
@@ -132,115 +118,85 @@ TEST_F(VorelBufferTest, TwoFlagsResetTheThreadsMark) {
    }
 }
 
-TEST_F(VorelBufferTest, AFailedWriteMarksTheThreadAndKeepsBytesErrnoAndLock) {
-   Pipe broken, full, nearlyFull;
-   broken.reader.close();
-   for (Pipe* pipe : {&full, &nearlyFull}) {
-      fcntl(pipe->writer, F_SETFL, O_NONBLOCK);
-      while (write(pipe->writer, "0123456789abcdef", 16) > 0) {
-      }
-   }
-   char page[4096];
-   EXPECT_EQ(read(nearlyFull.reader, page, sizeof page), 4096);  // takes one page more
-   const Descriptor device(open("/dev/full", O_WRONLY | O_CLOEXEC));
-   const struct {
-      int fd, error;
-   } cases[] = {
-         {broken.writer, EPIPE},      {-1, EBADF}, {full.writer, EAGAIN}, {device, ENOSPC},
-         {nearlyFull.writer, EAGAIN},
-   };
-   for (const auto& [fd, error] : cases) {
-      for (bool holding : {false, true}) {
-         SCOPED_TRACE(std::strerror(error));
-         const auto held = hold(holding);
-         resetInterrupted();
-         const int before = flushes();
-         {
-            VorelBuffer buffer(fd, 6000, 0);
-            commit(buffer, std::string(5000, 'x'));
-            EXPECT_EQ(errorOf([&] { buffer.flush(); }), error);
-            EXPECT_TRUE(isInterrupted());
-            EXPECT_EQ(holdsLock(), holding);
-            // Marked, the thread does not even try; nor does the destructor.
-            EXPECT_THROW(buffer.allocateSpace(2000), SigIntException);
-            EXPECT_EQ(flushes(), before + 1);
-            EXPECT_EQ(buffer.writePtr, buffer.base + 5000);
-         }
-         EXPECT_EQ(flushes(), before + 1);
-         resetInterrupted();
-         {
-            VorelBuffer buffer(fd, 6000, 0);
-            commit(buffer, std::string(5000, 'x'));
-         }
-         EXPECT_EQ(flushes(), before + 2);
+TEST_F(VorelBufferTest, AFailedWriteMarksTheThreadAndKeepsBytes) {
+   const Descriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+   for (const auto& [fd, error] : {std::pair<int, int>(full, ENOSPC), {-1, EBADF}}) {
+      const int before = flushes();
+      {
+         VorelBuffer buffer(fd, 10, VorelBuffer::kResetInterrupt1);
+         commit(buffer, "text");
+         EXPECT_EQ(errorOf([&] { buffer.flush(); }), error);
          EXPECT_TRUE(isInterrupted());
-         EXPECT_EQ(holdsLock(), holding);
+         EXPECT_EQ(buffer.writePtr, buffer.base + 4);
       }
+      EXPECT_EQ(flushes(), before + 1);
    }
-   EXPECT_EQ(nearlyFull.pending(), full.pending());
 }
 
-/** A thread that writes into a pipe which nobody empties, stopped in the middle of a write. */
-class BlockedWriter {
+/** A thread that writes into a channel, and how it ended. */
+class Writer {
  public:
-   static constexpr size_t kSize = 300000;
-   bool threw = false, heldAfter = false, markedAfter = false;
+   int error = -1;  // errno when it was stopped
+   bool heldAfter = false, markedAfter = false;
 
-   BlockedWriter(bool holding, const std::function<void(int fd, const std::string&)>& write)
-         : thread_([this, holding, write] {
+   Writer(Pipe& to, bool holding, const std::function<void(int fd)>& write)
+         : full_{to.writer, POLLOUT, 0}, thread_([this, &to, holding, write] {
               const auto held = hold(holding);
               tid_ = static_cast<int>(syscall(SYS_gettid));
-              try {
-                 write(pipe_.writer, std::string(kSize, 'd'));
-              } catch (const SigIntException&) {
-                 threw = true;
-              }
+              error = errorOf([&] { write(to.writer); });
               heldAfter = holdsLock();
               markedAfter = isInterrupted();
               vorel_delInterrupted(tid_);
-              pipe_.writer.close();
-           }) {
-      while (pipe_.pending() < capacity())
-         std::this_thread::yield();
-   }
-   BlockedWriter(const BlockedWriter&) = delete;
-   BlockedWriter& operator=(const BlockedWriter&) = delete;
+              to.writer.close();
+              ended_ = true;
+           }) {}
+   Writer(const Writer&) = delete;
+   Writer& operator=(const Writer&) = delete;
 
-   int capacity() const { return fcntl(pipe_.reader, F_GETPIPE_SZ); }
    int tid() const { return tid_; }
-   /** Ends the write that the thread is in: it has taken a part of the bytes. */
+   bool ended() const { return ended_; }
+   void join() { thread_.join(); }
+   /** Waits until the thread sleeps before a full channel, which it must do without the lock. */
+   void expectBlockedWithoutLock() {
+      for (std::string id, name, state; state != "S" || poll(&full_, 1, 0) != 0;) {
+         std::this_thread::yield();
+         std::ifstream("/proc/self/task/" + std::to_string(tid_) + "/stat") >> id >> name >> state;
+      }
+      timespec deadline;
+      clock_gettime(CLOCK_REALTIME, &deadline);
+      deadline.tv_sec += 10;
+      EXPECT_EQ(pthread_mutex_timedlock(activityMutex(), &deadline), 0);
+      pthread_mutex_unlock(activityMutex());
+   }
+   /** Ends the write that the thread is in: it has taken a part of the bytes, or none. */
    void interruptSystemCall() {
       const int before = signalsSeen;
       pthread_kill(thread_.native_handle(), SIGUSR1);
-      while (signalsSeen == before)
+      while (signalsSeen == before && !ended_)
          std::this_thread::yield();
-   }
-   /** Empties the pipe up to the end of the thread; returns the count of bytes. */
-   size_t drain() {
-      const std::string all = pipe_.read();
-      thread_.join();
-      EXPECT_EQ(all.find_first_not_of('d'), std::string::npos);
-      return all.size();
    }
 
  private:
-   Pipe pipe_;
+   pollfd full_;
    std::atomic<int> tid_{0};
+   std::atomic<bool> ended_{false};
    std::thread thread_;
 };
 
-void writeRaw(int fd, const std::string& data) {
-   VorelBuffer(fd, 0, 0).rawWrite(data.data(), data.size());
+const std::string kData(300000, 'd');
+
+void writeRaw(int fd) {
+   VorelBuffer(fd, 0, 0).rawWrite(kData.data(), kData.size());
 }
 
-void writeAtDestruction(int fd, const std::string& data) {
-   VorelBuffer buffer(fd, data.size(), 0);
-   commit(buffer, data);
+void writeAtDestruction(int fd) {
+   VorelBuffer buffer(fd, kData.size(), 0);
+   commit(buffer, kData);
 }
 
 TEST_F(VorelBufferTest, ABlockedWriteGivesTheLockUpAndEndsWhereItMust) {
    const struct {
-      void (*write)(int, const std::string&);
+      void (*write)(int);
       bool mark, interrupt;  // what meets the thread in its write
       bool whole, threw;
    } cases[] = {{writeRaw, false, false, true, false},
@@ -253,19 +209,17 @@ TEST_F(VorelBufferTest, ABlockedWriteGivesTheLockUpAndEndsWhereItMust) {
       for (bool holding : {false, true}) {
          SCOPED_TRACE(testing::Message() << (&write - &cases[0].write) << holding);
          const int before = flushes();
-         BlockedWriter writer(holding, write);
-         timespec deadline;
-         clock_gettime(CLOCK_REALTIME, &deadline);
-         deadline.tv_sec += 10;
-         EXPECT_EQ(pthread_mutex_timedlock(activityMutex(), &deadline), 0);
-         pthread_mutex_unlock(activityMutex());
+         Pipe pipe;
+         Writer writer(pipe, holding, write);
+         writer.expectBlockedWithoutLock();
+         const auto taken = static_cast<size_t>(pipe.pending());
          if (mark)
             vorel_setInterrupted(writer.tid());
          if (interrupt)
             writer.interruptSystemCall();
-         const auto capacity = static_cast<size_t>(writer.capacity());
-         EXPECT_EQ(writer.drain(), whole ? writer.kSize : capacity);
-         EXPECT_EQ(writer.threw, threw);
+         EXPECT_TRUE(pipe.read() == kData.substr(0, whole ? kData.size() : taken));
+         writer.join();
+         EXPECT_EQ(writer.error != -1, threw);
          EXPECT_EQ(writer.markedAfter, mark);
          EXPECT_EQ(writer.heldAfter, holding);
          EXPECT_EQ(flushes(), before + 1);
@@ -273,12 +227,82 @@ TEST_F(VorelBufferTest, ABlockedWriteGivesTheLockUpAndEndsWhereItMust) {
    }
 }
 
+int makeSmallPipe(int* ends) {
+   const int result = pipe2(ends, O_CLOEXEC);
+   fcntl(ends[1], F_SETPIPE_SZ, 4096);
+   return result;
+}
+
+int makeSockets(int* ends) {
+   const int result = socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), least = 1;
+   setsockopt(ends[1], SOL_SOCKET, SO_SNDBUF, &least, sizeof least);
+   return result;
+}
+
+int makeTerminal(int* ends) {
+   const int result = openpty(&ends[0], &ends[1], nullptr, nullptr, nullptr);
+   termios mode;
+   tcgetattr(ends[1], &mode);
+   cfmakeraw(&mode);
+   tcsetattr(ends[1], TCSANOW, &mode);
+   return result;
+}
+
+TEST_F(VorelBufferTest, AReaderThatGoesAwayOrStallsAtAnyByte) {
+   const struct {
+      int (*make)(int*);
+      int errors[2];  // of a write that nobody will read
+   } channels[] = {{makeSmallPipe, {EPIPE, EPIPE}},
+                   {makeSockets, {EPIPE, ECONNRESET}},
+                   {makeTerminal, {EIO, EIO}}};
+   for (size_t choice = 0; choice < 151 * 8 * std::size(channels) && !HasFailure(); ++choice) {
+      const auto& [make, errors] = channels[choice % std::size(channels)];
+      const size_t kind = choice / std::size(channels) % 8;
+      const size_t count = choice / std::size(channels) / 8;  // of bytes that are read at first
+      const OutputFormat_t format = kind % 2 == 0 ? outputFormatJson : outputFormatText;
+      const unsigned area = kind / 2 % 2 == 0 ? 0 : 80;
+      const bool stalls = kind / 4 == 0, holding = count % 2 == 0;
+      SCOPED_TRACE(choice);
+      Pipe channel(make);
+      int flushesWhenStopped = 0;
+      Writer writer(channel, holding, [&](int fd) {
+         Printer printer(fd, format, false, false, area != 0, area);
+         try {
+            std::atomic<int64_t> begun{0};
+            printEndlessly(printer, begun);
+         } catch (...) {
+            flushesWhenStopped = flushes();
+            throw;
+         }
+      });
+      std::string all = channel.read(count);
+      EXPECT_EQ(all.size(), count);
+      if (stalls) {
+         if (area == 0)  // on a terminal, whose queue takes many small pieces, like control-S
+            tcflow(channel.writer, TCOOFF);
+         writer.expectBlockedWithoutLock();
+         vorel_setInterrupted(writer.tid());
+         while (!writer.ended())
+            writer.interruptSystemCall();
+         all += channel.read();
+      } else {
+         channel.reader.close();
+      }
+      writer.join();
+      EXPECT_TRUE(stalls ? writer.error != -1
+                         : writer.error == errors[0] || writer.error == errors[1])
+            << writer.error;
+      EXPECT_TRUE(writer.markedAfter);
+      EXPECT_EQ(writer.heldAfter, holding);
+      EXPECT_EQ(flushes(), flushesWhenStopped);
+      EXPECT_TRUE(EndlessDocument(format).goesOnWith(all)) << all;
+   }
+}
+
 TEST_F(VorelBufferTest, OnlyASocketWithRoomWouldNotBlock) {
-   Pipe pipe;
-   int master = -1, slave = -1;
-   ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
-   const Descriptor screen(master), terminal(slave);
-   for (int fd : {static_cast<int>(pipe.writer), static_cast<int>(terminal), -1}) {
+   const Pipe pipe, terminal(makeTerminal), sockets(makeSockets);
+   const Descriptor& socket = sockets.writer;
+   for (int fd : {pipe.writer.fd, terminal.writer.fd, -1}) {
       VorelBuffer buffer(fd, 10, 0);
       EXPECT_EQ(buffer.socketState, -1);
       EXPECT_TRUE(buffer.wouldBlock());
@@ -286,17 +310,6 @@ TEST_F(VorelBufferTest, OnlyASocketWithRoomWouldNotBlock) {
       EXPECT_FALSE(isSocketFd(fd));
       EXPECT_EQ(getSocketCapacity(fd), -1);
    }
-   {
-      VorelBuffer buffer(terminal, 10, 0);
-      commit(buffer, "shown");
-   }
-   char shown[6] = {};
-   EXPECT_EQ(read(screen, shown, 5), 5);
-   EXPECT_STREQ(shown, "shown");
-
-   int ends[2];
-   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-   const Descriptor socket(ends[0]), peer(ends[1]);
    const int asked = 20000;
    ASSERT_EQ(setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &asked, sizeof asked), 0);
    const int capacity = getSocketCapacity(socket);
