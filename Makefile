@@ -46,16 +46,18 @@ docs: packages-docs
 	@doxygen docs/Doxyfile
 	@echo "build/docs/html/index.html"
 
-# Each fuzz target for FUZZ_SECONDS, under the sanitizers. What it finds is left in the build folder.
+# Each fuzz target for FUZZ_SECONDS, under the sanitizers, from the seeds in fuzz/corpus. What it finds
+# is left in the build folder.
 FUZZ_SECONDS := 60
 fuzz: packages-fuzz
 	@cmake -S . -B $(BUILD)-fuzz -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
 	   -DVOREL_SANITIZE=address,undefined -DVOREL_BUILD_FUZZ=ON -DVOREL_BUILD_TESTS=OFF \
 	   -DVOREL_BUILD_EXAMPLES=OFF >/dev/null
 	@cmake --build $(BUILD)-fuzz -j $(JOBS) >/dev/null
-	@cd $(BUILD)-fuzz && for target in document format txn; do \
-	   fuzz/$${target}_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=600 -verbosity=0 -print_funcs=0 \
-	      -print_final_stats=1 || exit 1; \
+	@seeds=$$PWD/fuzz/corpus && cd $(BUILD)-fuzz && for target in document format txn; do \
+	   mkdir -p corpus/$$target && \
+	   fuzz/$${target}_fuzz corpus/$$target $$seeds/$$target -max_total_time=$(FUZZ_SECONDS) \
+	      -max_len=600 -verbosity=0 -print_funcs=0 -print_final_stats=1 || exit 1; \
 	done
 
 # How much of the library's code the tests reach, by lines and by branches.

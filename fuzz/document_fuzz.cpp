@@ -122,10 +122,10 @@ struct Document {
 
    template <class Info, class Key>
    std::string key(bool simple, Key key, const std::string& text) {
-      void (Renderer::*const object)(const Info&) = &Renderer::startDictEntry;
+      void (Renderer::*const nested)(const Info&) = &Renderer::startDictEntry;
       void (Renderer::*const item)(const Info&) = &Renderer::startSimpleDictEntry;
       steps.push_back(
-            entry<Info>(simple ? item : object, key, "\"" + text + (simple ? "\":" : "\":{")));
+            entry<Info>(simple ? item : nested, key, "\"" + text + (simple ? "\":" : "\":{")));
       return text;
    }
    /** Opens an entry of a dictionary, for an object or for one item, and returns its key. */

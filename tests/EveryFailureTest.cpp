@@ -251,6 +251,7 @@ class Trial {
          attempt(host, [&] { send(*host.renderer); });
       const WithoutFaults unharmed;
       owed_ = sent_ + (isInterrupted() ? 0 : pending(host).size());
+      EXPECT_TRUE(!goesOn || isInterrupted() || owed_ == case_.whole.size());
    }
 
    static bool isMarked() {

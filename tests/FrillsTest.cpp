@@ -9,16 +9,6 @@ namespace {
 
 class FrillsTest : public InterruptingTest {};
 
-TEST_F(FrillsTest, TheWrapperMakesRoomForASecondCall) {
-   RecordingBuffer buffer(9);
-   Renderer renderer(outputFormatText, &buffer, true);
-   for (const char* output : {"", "12 items\n"}) {
-      EXPECT_EQ(addVaFrills(renderer, "%d items\n", 12), *output == 0 ? -1 : 9);
-      EXPECT_EQ(buffer.calls, (Calls{"allocate 10"}));
-      EXPECT_EQ(buffer.output(), output);
-   }
-}
-
 TEST_F(FrillsTest, AnInterruptedThreadIsStoppedByAllButTheWrapper) {
    RecordingBuffer buffer(20);
    setInterrupted();

@@ -82,30 +82,6 @@ TEST_F(PlainCTest, InterruptedCallsReturnQuietly) {
    EXPECT_EQ(pipe.finish(), "1\n");
 }
 
-TEST_F(PlainCTest, OnlyInterruptionsAreSwallowed) {
-   struct Failing : RecordingBuffer {
-      Failing() : RecordingBuffer(10) {}
-      void rawWrite(const char*, size_t) override { throw std::bad_alloc(); }
-   } buffer;
-   Renderer json(outputFormatJson, &buffer, false), text(outputFormatText, &buffer, false);
-   EXPECT_THROW(start(&json), std::bad_alloc);
-   EXPECT_THROW(startSimpleDictEntry(&json, "k"), std::bad_alloc);
-   EXPECT_THROW(addFrills(&text, "x", 0), std::bad_alloc);
-}
-
-TEST_F(PlainCTest, FrillsOfABufferedRenderer) {
-   RecordingBuffer buffer(10);
-   Renderer text(outputFormatText, &buffer, true);
-   EXPECT_EQ(addFrills(&text, "%s", 0, "123456789"), 9);
-   EXPECT_EQ(buffer.calls, Calls{});
-   EXPECT_EQ(addFrills(&text, "%d %s", -5, 12, "x"), 4);
-   EXPECT_EQ(buffer.calls, (Calls{"allocate 5"}));
-   EXPECT_EQ(buffer.output(), "12345678912 x");
-   buffer.failingCall = 2;
-   EXPECT_EQ(addFrills(&text, "%s", 0, "more than ten bytes"), -1);
-   EXPECT_EQ(buffer.output(), "12345678912 x");
-}
-
 /** A buffer that, while it makes room for a text, makes the text longer. */
 struct LengtheningBuffer : RecordingBuffer {
    char text[100] = "123456789";
@@ -141,18 +117,6 @@ TEST(PlainCDeathTest, AnyOtherSecondFailureIsReported) {
    EXPECT_EQ(pipe.finish(),
              std::string("vorel '%lc' longer than buffer (error: ") + std::strerror(EILSEQ) +
                    ")\nvorel '%s' longer than buffer (error: " + std::strerror(ENOSPC) + ")\n");
-}
-
-TEST_F(PlainCTest, AllocationIsTracked) {
-   const auto& tracking = *Orv::PtrInterface::orvAllocTrackTypeInfo_;
-   const auto live = [&] { return tracking.allocations - tracking.deallocations; };
-   const uint64_t before = live();
-   Pipe pipe;
-   vorel_Renderer* const handle = initPrinter(pipe.writer, outputFormatJson);
-   EXPECT_EQ(live(), before + 1);
-   deinitPrinter(handle);
-   deinitPrinter(nullptr);
-   EXPECT_EQ(live(), before);
 }
 
 TEST_F(PlainCTest, EndReachesTheLibrary) {

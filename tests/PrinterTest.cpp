@@ -43,38 +43,6 @@ TEST_F(PrinterTest, Configuration) {
    EXPECT_EQ(second.ownBuffer.rlen(), 3000U);
 }
 
-TEST_F(PrinterTest, EveryClassReportsItsAllocationAndRelease) {
-   const auto& tracking = *Orv::PtrInterface::orvAllocTrackTypeInfo_;
-   const auto live = [&] { return tracking.allocations - tracking.deallocations; };
-   const uint64_t before = live();
-   {
-      Pipe pipe;
-      using Object = std::unique_ptr<Orv::PtrInterface>;
-      const Object objects[] = {
-            Object(new VorelBuffer(pipe.writer, 10, 0)),
-            Object(new Renderer(outputFormatJson, nullptr, true)),
-            Object(new RendererV2(outputFormatJson, nullptr, true)),
-            Object(new Printer(pipe.writer, outputFormatJson, false, false, true, 10)),
-            Object(new PrinterV2(pipe.writer, outputFormatJson))};
-      const std::unique_ptr<ZyFmt::DynamicBufferInterface> area(
-            new VorelBuffer(pipe.writer, 10, 0));
-      const Printer notAllocated(pipe.writer, outputFormatJson, false, false, true, 10);
-      EXPECT_EQ(live(), before + 6);
-   }
-   EXPECT_EQ(live(), before);
-
-   const size_t impossible = SIZE_MAX / 2;
-   EXPECT_THROW(new VorelBuffer(1, impossible, 0), std::bad_alloc);
-   const size_t defaultSize = std::exchange(vorel_globalBufsize, impossible);
-   EXPECT_THROW(new Printer(1, outputFormatJson, false, false, true, 0), std::bad_alloc);
-   EXPECT_THROW(new PrinterV2(1, outputFormatJson), std::bad_alloc);
-   vorel_globalBufsize = defaultSize;
-   if (!sanitizing("address") && !sanitizing("thread")) {  // whose operator new stops the process
-      EXPECT_THROW(TrackedAllocation::operator new(impossible), std::bad_alloc);
-   }
-   EXPECT_EQ(live(), before);
-}
-
 TEST_F(PrinterTest, WriteQuotedStringCopiesRunsAndEscapesUnescapedQuotes) {
    const struct {
       const char* text;

@@ -11,6 +11,8 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "buffers/PrintBuffer.h"
@@ -161,6 +163,24 @@ inline int addVaFrills(vorel::Renderer& to, const char* fmt, ...) {
    const int result = to.addVaFrillsWrapper(fmt, 0, args);
    va_end(args);
    return result;
+}
+
+/** A call's result and the word of its argument list that it left unread. */
+using Outcome = std::pair<int, uint64_t>;
+
+/** Calls a member function with an argument list of its own. */
+inline Outcome callWith(vorel::Renderer* to, int (vorel::Renderer::*function)(const char*, va_list),
+                        const char* fmt, ...) {
+   va_list args;
+   va_start(args, fmt);
+   const int result = (to->*function)(fmt, args);
+   const auto next = va_arg(args, uint64_t);
+   va_end(args);
+   return {result, next};
+}
+/** The same with the arguments in a tuple or an array. */
+Outcome callWith(vorel::Renderer& to, auto function, const char* fmt, const auto& args) {
+   return std::apply([&](auto... each) { return callWith(&to, function, fmt, each...); }, args);
 }
 
 /** Whether the tests are built with one of the sanitizers. */

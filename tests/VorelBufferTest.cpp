@@ -19,14 +19,6 @@
 #include "Recording.h"
 #include "render/Printer.h"
 
-// An impossible allocation is to fail as it does without the sanitizers.
-extern "C" const char* __asan_default_options() {
-   return "allocator_may_return_null=1";
-}
-extern "C" const char* __tsan_default_options() {
-   return "allocator_may_return_null=1";
-}
-
 using namespace vorel;
 
 namespace {
@@ -115,21 +107,6 @@ TEST_F(VorelBufferTest, TwoFlagsResetTheThreadsMark) {
       setInterrupted();
       const VorelBuffer buffer(1, 0, flags);
       EXPECT_EQ(isInterrupted(), (flags & 3) == 0) << flags;
-   }
-}
-
-TEST_F(VorelBufferTest, AFailedWriteMarksTheThreadAndKeepsBytes) {
-   const Descriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
-   for (const auto& [fd, error] : {std::pair<int, int>(full, ENOSPC), {-1, EBADF}}) {
-      const int before = flushes();
-      {
-         VorelBuffer buffer(fd, 10, VorelBuffer::kResetInterrupt1);
-         commit(buffer, "text");
-         EXPECT_EQ(errorOf([&] { buffer.flush(); }), error);
-         EXPECT_TRUE(isInterrupted());
-         EXPECT_EQ(buffer.writePtr, buffer.base + 4);
-      }
-      EXPECT_EQ(flushes(), before + 1);
    }
 }
 

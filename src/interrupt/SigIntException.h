@@ -14,8 +14,8 @@ extern "C" {
 [[gnu::visibility("default")]] void vorel_setInterrupted(int tid);
 /** Takes the mark of thread `tid` back. */
 [[gnu::visibility("default")]] void vorel_resetInterrupted(int tid);
-/** Forgets thread `tid`: to be called when a thread that was marked or reset has ended, since the
- * kernel gives its id to a later thread. */
+/** Forgets thread `tid`: to be called at the end of a thread that was marked or reset, when nobody
+ * marks it any more, since the kernel gives its id to a later thread. */
 [[gnu::visibility("default")]] void vorel_delInterrupted(int tid);
 }
 

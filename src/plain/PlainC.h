@@ -76,7 +76,7 @@ int vorel_isInterrupted(int tid);
 /** Marks thread `tid`, or takes the mark back. */
 void vorel_setInterrupted(int tid);
 void vorel_resetInterrupted(int tid);
-/** Forgets a thread that has ended: the kernel gives its id to a later one. */
+/** Forgets a thread at its end: the kernel gives its id to a later one. */
 void vorel_delInterrupted(int tid);
 #endif
 
