@@ -10,7 +10,6 @@
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
-#include <tuple>
 #include <utility>
 
 #include "Faults.h"
@@ -228,8 +227,8 @@ class Trial {
 
  private:
    void live(Host& host) {
-      const auto& [create, document] = std::tie(case_.life.create, case_.life.document);
-      bool goesOn = attempt(host, [&] { create(host, case_.format); });
+      const std::vector<Print>& document = case_.life.document;
+      bool goesOn = attempt(host, [&] { case_.life.create(host, case_.format); });
       for (size_t i = 0; i < document.size() && goesOn; ++i) {
          const Print print = document[i];
          const size_t before = sent_;
