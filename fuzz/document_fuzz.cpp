@@ -18,6 +18,7 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
+constexpr int kNowhere = 1000;     // a descriptor: the sink gets what is written
 constexpr size_t kLongest = 1400;  // more than any piece
 
 /** A call without a name. */
@@ -255,12 +256,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
    const bool buffered = input.byte() % 2 == 0;
    const size_t area = input.next() % 2000, failingCall = input.next() % 300;
    const size_t interruptAt = input.next() % 400;
-   const Fault fault{Fault::kWrite, static_cast<int>(input.below(30)),
+   const Fault fault{Fault::kWrite, static_cast<int>(input.below(buffered ? 3 : 30)),
                      input.byte() % 2 == 0 ? EAGAIN : 0, 1 + input.below(60)};
    const Document document(input, valid);
 
-   requireNone(compare(document.steps, {format, buffered, area}).second);
-   requireNone(compare(document.steps, {format, buffered, area, failingCall}).second);
+   requireNone(compare(document.steps, {format, buffered, area}));
+   requireNone(compare(document.steps, {format, buffered, area, failingCall}));
 
    RecordingBuffer whole(area);
    print(document, format, whole, buffered, SIZE_MAX);
@@ -277,7 +278,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
    bool ended = false;
    {
       const Faults faults({fault}, [&](std::string_view bytes) { printed += bytes; });
-      VorelBuffer buffer(1, buffered ? kLongest + area : 0, VorelBuffer::kResetInterrupt1);
+      VorelBuffer buffer(kNowhere, buffered ? kLongest + area : 0, VorelBuffer::kResetInterrupt1);
       ended = print(document, format, buffer, buffered, interruptAt);
    }
    requirePrefix(ended && !isInterrupted(), "blocking buffer");

@@ -33,6 +33,8 @@ int main(int argc, char** argv) {
    for (const int signal : {SIGABRT, SIGSEGV, SIGALRM})
       std::signal(signal, stop);
    const std::set<std::filesystem::path> files(std::filesystem::directory_iterator(argv[1]), {});
+   if (files.empty())
+      return 2;
    for (const auto& file : files) {
       std::ifstream stream(file, std::ios::binary);
       run(file, {std::istreambuf_iterator<char>(stream), {}});

@@ -28,7 +28,7 @@ using Print = void (*)(Renderer&);
 constexpr int kFd = 1000;  // nothing is written there: the faults' sink gets it all
 constexpr size_t kArea = 560;
 const std::string kLong(540, 'L');  // longer than what is put together without the heap
-const std::string kLongFormat = kLong + "%d";
+const std::string kLongFormat = kLong + "%d of %d";
 
 bool inJson(const Renderer& to) {
    return to.format == outputFormatJson;
@@ -45,7 +45,7 @@ const std::vector<Print> kDocument = {
       [](Renderer& to) { to.startListEntry(); },
       [](Renderer& to) {
          const Attr32Info name("name", "eth3"), up("up", true), text("long", kLong.c_str());
-         inJson(to) ? to.addAttributes("", 3, &name, &up, &text)
+         inJson(to) ? to.addAttributes("", 3, &text, &name, &up)
                     : to.addAttributes("%s %s %.500s\n", 3, "eth3", "yes", kLong.c_str());
       },
       flush,
@@ -54,8 +54,9 @@ const std::vector<Print> kDocument = {
       [](Renderer& to) { to.startDict(kLong.c_str()); },
       [](Renderer& to) { to.startDictEntry(Attr64Info("", uint64_t{4})); },
       [](Renderer& to) {
-         const Attr32Info item("number", 5);
-         inJson(to) ? to.addArgs("%d", &item) : to.addArgs(kLongFormat.c_str(), 5);
+         const Attr32Info number("number", 5), text("text", kLong.c_str());
+         inJson(to) ? to.addArgs("%d of %s", &number, &text)
+                    : to.addArgs(kLongFormat.c_str(), 5, 6);
       },
       [](Renderer& to) { to.endDictEntry(); },
       [](Renderer& to) {
@@ -100,19 +101,6 @@ const std::vector<Print> kPlainDocument = {
 struct Host {
    std::unique_ptr<PrintBuffer> buffer;  ///< If the renderer has none of its own.
    std::unique_ptr<Renderer> renderer;
-   bool isPlain = false;
-
-   Host() = default;
-   Host(const Host&) = delete;
-   Host& operator=(const Host&) = delete;
-   ~Host() {
-      if (isPlain)
-         deinitPrinter(renderer.release());
-   }
-};
-
-struct WriteFailed : std::system_error {
-   WriteFailed() : system_error(errno, std::generic_category()) {}
 };
 
 /** Sends all of a transactional buffer. A write that fails is told by its result alone. */
@@ -120,7 +108,7 @@ void send(Renderer& from) {
    auto& chunks = static_cast<NonBlockingCliTxnBuffer&>(*from.buffer);
    while (chunks.haveData())
       if (chunks.writeSome(kFd) < 0)
-         throw WriteFailed();
+         throw std::system_error(errno, std::generic_category());
 }
 
 std::vector<Print> sentDocument() {
@@ -165,10 +153,7 @@ const Life kLives[] = {
        },
        sentDocument()},
       {"the plain functions",
-       [](Host& host, OutputFormat_t format) {
-          host.isPlain = true;
-          host.renderer.reset(initPrinter(kFd, format));
-       },
+       [](Host& host, OutputFormat_t format) { host.renderer.reset(initPrinter(kFd, format)); },
        kPlainDocument}};
 
 /** Deletes what the interrupt registry has of the calling thread. */
@@ -185,10 +170,14 @@ struct Case {
    std::string whole;  ///< The output without faults.
 };
 
-constexpr int kMutexError = EOWNERDEAD;
+constexpr int kMutexError = EINVAL;
 
 bool isShort(const Fault& fault) {
    return fault.call == Fault::kWrite && fault.error == 0;
+}
+/** Whether a call may go well all the same: the plain addFrills tries again. */
+bool isAbsorbed(const Fault& fault) {
+   return isShort(fault) || fault.call == Fault::kAllocation;
 }
 
 /** One life, with the faults that are planned for it. */
@@ -261,31 +250,35 @@ class Trial {
    /** Makes a call. Returns false when it told of a failure, by an exception or by the mark. */
    template <class Call>
    bool attempt(const Host& host, Call call) {
+      const size_t met = faults_->count(), areaBefore = pending(host).size();
+      const int flushesBefore = vorel_ioFlushCount;
       try {
          call();
-         if (!isMarked())
+         if (!isMarked()) {
+            EXPECT_TRUE(faults_->count() == met || isAbsorbed(lastFault())) << "a failure is told";
             return true;
+         }
       } catch (const SigIntException&) {
          const int error = errno;
-         EXPECT_TRUE(isMarked());
+         EXPECT_TRUE(isMarked() && host.renderer != nullptr);
          EXPECT_TRUE(hasMet(Fault::kWrite) || hasMet(Fault::kAllocation));
          EXPECT_TRUE(isTold_ || hasMet(Fault::kAllocation) || error == lastFault().error);
       } catch (const std::bad_alloc&) {
          EXPECT_TRUE(hasMet(Fault::kAllocation));
-      } catch (const WriteFailed& failure) {
-         EXPECT_EQ(failure.code().value(), lastFault().error);
       } catch (const std::system_error& failure) {
-         EXPECT_TRUE(hasMet(Fault::kLock) || hasMet(Fault::kUnlock));
-         EXPECT_EQ(failure.code().value(), kMutexError);
+         const int error = failure.code().value();
+         EXPECT_TRUE(error == lastFault().error || (error == kMutexError && hasMet(Fault::kLock)));
       }
       const WithoutFaults unharmed;
       EXPECT_EQ(holdsLock(), case_.holdsLock);
+      const std::string_view kept = pending(host);
+      EXPECT_TRUE(vorel_ioFlushCount > flushesBefore + 1 || kept.size() >= areaBefore)
+            << "a flush that fails keeps its bytes";
       if (std::exchange(isTold_, true) && !case_.resets)
          return false;
       if (case_.resets)
          resetInterrupted();
       // What stays in the area is what comes next, or what was written in part and comes again.
-      const std::string_view kept = pending(host);
       if (case_.whole.compare(sent_, kept.size(), kept) != 0) {
          EXPECT_EQ(case_.whole.substr(start_, kept.size()), kept);
          sent_ = start_;
@@ -371,10 +364,16 @@ class EveryFailure : public testing::Test {
    void meetEach(const Case& given) {
       // The thread sanitizer, whose stack grows with every exception, gets single faults alone.
       const int soon = sanitizing("thread") ? 0 : 4;
+      // A mutex that fails twice in a row stays as it is, and the plain addFrills stops the process
+      // when there is no memory twice.
+      const auto canFollow = [&](const Fault& before, const Fault& fault) {
+         return before.call != fault.call ||
+                (fault.error != kMutexError && given.life.document != kPlainDocument);
+      };
       for (Fault first : kFaults) {
          for (first.passing = 0; meets(given, {first}); ++first.passing) {
             for (Fault second : kFaults)
-               for (second.passing = 0; second.call != first.call && second.passing < soon;
+               for (second.passing = 0; canFollow(first, second) && second.passing < soon;
                     ++second.passing)
                   meets(given, {first, second});
             if (first.error == EPIPE && soon != 0)
@@ -385,10 +384,13 @@ class EveryFailure : public testing::Test {
 
    /** Lives with each short count of a write, and with another write or a lock failing then. */
    void takeParts(const Case& given, int passing) {
-      for (Fault part{Fault::kWrite, passing, 0, 1}; meets(given, {part}); ++part.taken)
+      const Fault one{Fault::kWrite, 0, 0, 1};
+      for (Fault part{Fault::kWrite, passing, 0, 1}; meets(given, {part}); ++part.taken) {
+         meets(given, {part, one, one});
          for (const Fault& then : kFaults)
             if (then.call != Fault::kAllocation)
                meets(given, {part, then});
+      }
    }
 
    static constexpr Fault kFaults[] = {
@@ -417,6 +419,16 @@ TEST_F(EveryFailure, IsToldAndLosesNothingElse) {
    }
    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
    std::cout << lives_ << " lives met " << faults_ << " faults in " << time.count() << " s\n";
+}
+
+TEST_F(EveryFailure, AWriteThatTakesNothingEndsQuietly) {
+   std::string taken;
+   const Faults faults({{Fault::kWrite, 0, 0, 2}, {Fault::kWrite, 0, 0, 0}},
+                       [&](std::string_view data) { taken += data; });
+   VorelBuffer buffer(kFd, 0, 0);
+   buffer.rawWrite("abcd", 4);
+   buffer.rawWrite("ef", 2);
+   EXPECT_EQ(taken, "abef");
 }
 
 TEST_F(EveryFailure, WouldBlockWhenTheKernelDoesNotTell) {

@@ -77,6 +77,7 @@ void* __wrap_malloc(size_t size) {
    void* const block = Faults::meet(Fault::kAllocation) == nullptr ? __real_malloc(size) : nullptr;
    if (block != nullptr)
       ++live;
+   errno = ENOMEM;  // as it may be, whether it failed or not
    return block;
 }
 

@@ -151,6 +151,7 @@ TEST(InterruptLoadTest, EachMarkStopsItsThreadAtTheNextCheckAndNoOther) {
       thread.join();
    vorel_globalBufsize = defaultSize;
 
+   EXPECT_GT(resets, 0);
    int64_t checks = 0, bytes = 0;
    for (const Slot& slot : slots) {
       checks += slot.checks;

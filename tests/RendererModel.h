@@ -133,9 +133,9 @@ struct Model {
    }
 };
 
-/** Does the steps beside the model, up to the first call that fails. Returns whether one failed,
- * and the first difference, empty if there is none. */
-inline std::pair<bool, std::string> compare(const std::vector<Step>& steps, Model model) {
+/** Does the steps beside the model, up to the first call that fails. Returns the first difference,
+ * empty if there is none. */
+inline std::string compare(const std::vector<Step>& steps, Model model) {
    const auto resultOf = [](auto run) {
       try {
          return run();
@@ -157,13 +157,12 @@ inline std::pair<bool, std::string> compare(const std::vector<Step>& steps, Mode
                                      : buffer.output() != model.output       ? "output"
                                                                              : nullptr;
       if (difference != nullptr)
-         return {false, difference + (" of step " + std::to_string(&step - steps.data())) +
-                              ", format " + std::to_string(model.format) + ", area " +
-                              std::to_string(model.size) + ", failing call " +
-                              std::to_string(model.failingCall) + ": " + buffer.output() +
-                              "\nexpected: " + model.output};
+         return difference + (" of step " + std::to_string(&step - steps.data())) + ", format " +
+                std::to_string(model.format) + ", area " + std::to_string(model.size) +
+                ", failing call " + std::to_string(model.failingCall) + ": " + buffer.output() +
+                "\nexpected: " + model.output;
       if (result == INT_MIN)
-         return {true, ""};
+         break;
    }
-   return {false, ""};
+   return "";
 }

@@ -101,6 +101,7 @@ const std::vector<Step> kSteps = {
       wrappedFrill(kLong),
       inText(opens(&Renderer::startObj, kNull, "\"(null)\":{")),
       member(kNull, kNull, "\"(null)\":\"(null)\""),
+      member(kNull, 1, "\"(null)\":1"),
       member("s", kNull, "\"s\":\"(null)\""),
       entry<Attr32Info>(&Renderer::startDictEntry, kNull, "\"(null)\":{"),
       plain(kCloses, &Renderer::endDictEntry, {"}"}),
@@ -108,28 +109,11 @@ const std::vector<Step> kSteps = {
       plain(kKeeps, &Renderer::end, {"}", "\n"}),
 };
 
-/** Returns whether a call failed. */
-bool expectAsPredicted(const Model& model) {
-   const auto [failed, difference] = compare(kSteps, model);
-   EXPECT_EQ(difference, "");
-   return failed;
-}
-
 TEST(Renderer, EveryOperationMakesThePredictedCalls) {
    for (OutputFormat_t format : {outputFormatUnknown, outputFormatText, outputFormatJson}) {
-      expectAsPredicted({format, false, 0});
+      EXPECT_EQ(compare(kSteps, {format, false, 0}), "");
       for (size_t size = 0; size < 1400 && !HasFailure(); size += size < 80 || size > 590 ? 1 : 37)
-         expectAsPredicted({format, true, size});
-   }
-}
-
-TEST(Renderer, StateIsAsFarAsItHadComeWhenAnyCallThrows) {
-   for (OutputFormat_t format : {outputFormatUnknown, outputFormatText, outputFormatJson}) {
-      for (size_t call = 1; expectAsPredicted({format, false, 0, call}); ++call) {
-      }
-      for (size_t size : {size_t{0}, size_t{1}, size_t{10}, size_t{50}})
-         for (size_t call = 1; expectAsPredicted({format, true, size, call}); ++call) {
-         }
+         EXPECT_EQ(compare(kSteps, {format, true, size}), "");
    }
 }
 

@@ -110,7 +110,7 @@ void VorelBuffer::rellock(bool release) {
    pthread_mutex_t* const mutex = &activityLock.mutex;
    const int locked = pthread_mutex_lock(mutex);
    if (locked != 0 && locked != EDEADLK) {
-      if (!release)  // so that the lock is as it was before
+      if (!release)  // once more: whoever gave the lock up must have it back
          skipRelock = pthread_mutex_lock(mutex) == 0;
       Orv::Lock::throwFailedLock(locked);
    }
@@ -119,7 +119,7 @@ void VorelBuffer::rellock(bool release) {
    if (!release)
       return;
    if (const int failed = pthread_mutex_unlock(mutex)) {
-      if (skipRelock)  // likewise
+      if (skipRelock)  // once more: it was taken above only to be given up
          pthread_mutex_unlock(mutex);
       Orv::Lock::throwFailedUnlock(failed);
    }
