@@ -131,8 +131,8 @@ class [[gnu::visibility("default")]] NonBlockingCliTxnBuffer : public PrintBuffe
 
    /** Sends what it can of the next piece with one write, and returns that write's result, with
     * errno when it is negative: then, or when it is 0, nothing has changed. Stops the process when
-    * there is nothing to send or a transaction is open. A reader that has gone raises SIGPIPE,
-    * unless the host ignores it. */
+    * there is nothing to send or a transaction is open. Leaves the activity lock alone. A reader
+    * that has gone raises SIGPIPE, unless the host ignores it. */
    virtual ssize_t writeSome(int fd);
    /** Whether there are unsent bytes. */
    virtual bool haveData();

@@ -56,10 +56,11 @@ class [[gnu::visibility("default")]] VorelBuffer : public PrintBuffer {
    VorelBuffer(const VorelBuffer&) = delete;
    VorelBuffer& operator=(const VorelBuffer&) = delete;
    /** Writes out what is committed unless the calling thread is interrupted. Never throws: bytes
-    * that cannot be written are dropped and the thread is marked interrupted. */
+    * that cannot be written are dropped and the thread is marked interrupted, if memory allows. */
    ~VorelBuffer() override;
 
-   /** Writes out what is committed; when that throws, the bytes stay committed. */
+   /** Writes out what is committed; when that throws, all of it stays committed, what has been
+    * written included. */
    void flush() override;
    /** Writes `len` bytes, all of them unless a write fails or takes nothing or the thread is
     * interrupted; an interrupted thread gets SigIntException before or after the writing. */
@@ -71,7 +72,8 @@ class [[gnu::visibility("default")]] VorelBuffer : public PrintBuffer {
    void allocateSpace(size_t count) override;
 
    /** Gives the activity lock up (`release`) or takes it back, if the thread held it. A lock or
-    * unlock that fails throws the host framework's exception. */
+    * unlock that fails throws the host framework's exception; the lock is then held as it was
+    * before it was given up, unless the mutex fails twice. */
    void rellock(bool release);
 
  private:

@@ -64,8 +64,9 @@ void endSimpleDictEntry(vorel_Renderer* handle);
 void ioflush(vorel_Renderer* handle);
 
 /** Prints decoration in text format; nothing in JSON. `unused` has no effect. Returns the number of
- * characters, 0 in JSON, -1 when an interruption ended the call. Text that cannot be formatted at
- * all stops the process with a message on standard output. */
+ * characters, 0 in JSON, -1 when an interruption ended the call. Text that cannot be formatted, or
+ * for which there is no memory at a second attempt either, stops the process with a message on
+ * standard output. */
 int addFrills(vorel_Renderer* handle, const char* fmt, int unused, ...)
       __attribute__((__format__(__printf__, 2, 4)));
 
