@@ -12,6 +12,7 @@
 #include "RendererModel.h"
 #include "buffers/NonBlockingCliTxnBuffer.h"
 #include "buffers/VorelBuffer.h"
+#include "render/RendererV2.h"
 
 using namespace vorel;
 using Json = nlohmann::ordered_json;
@@ -195,12 +196,32 @@ struct Document {
       }
    }
 
+   /** Adds several records by one call, the second of them suppressed; text in text format. */
+   void records(bool counted) {
+      const char* const key = text();
+      const auto number = static_cast<int32_t>(input_.word());
+      const std::string last = "\"n\":" + std::to_string(number);
+      const std::string shown = std::string(key) + "|";
+      const auto run = [=](Renderer& to) {
+         Attr32Info hidden("h", 1);
+         hidden.suppressed = true;
+         const Attr32Info string("s", key), info("n", number);
+         const bool inText = to.format == outputFormatText;
+         if (counted)
+            return inText ? to.addAttributes("%s|", 1, key)
+                          : to.addAttributes("", 3, &string, &hidden, &info);
+         inText ? to.addArgs("%s|", key) : to.addArgs("%d%d%d", &string, &hidden, &info);
+         return static_cast<int>(inText ? shown.size() : last.size());
+      };
+      steps.push_back({kItems, run, {"\"s\":\"" + std::string(key) + "\"", last}, shown});
+   }
+
    void anyCall() {
       static const Plain kPlain[] = {kStart,  kEnd,       kEntry,        kEndEntry,
                                      kObject, kEndObject, kEndDictEntry, kEndSimple};
       const size_t chosen = input_.byte();
       Json ignored;
-      switch (input_.below(6)) {
+      switch (input_.below(8)) {
          case 0:
             return add(kPlain[chosen % std::size(kPlain)]);
          case 1:
@@ -211,6 +232,10 @@ struct Document {
             return static_cast<void>(anyKey(chosen % 2 == 0));
          case 4:
             return steps.push_back(chosen % 2 == 0 ? frill(text()) : wrappedFrill(text()));
+         case 5:
+            return records(chosen % 2 == 0);
+         case 6:
+            return steps.push_back(plain(kFlushes, &Renderer::ioflush, {}));
          default:
             return object(ignored, 4);
       }
@@ -230,16 +255,31 @@ void requireNone(const std::string& difference) {
    require(difference.empty(), difference);
 }
 
+/** A text with a backslash before each quote that has none of its own. */
+std::string quoted(const std::string& text) {
+   std::string result;
+   bool escaped = false;
+   for (const char c : text) {
+      if (c == '"' && !escaped)
+         result += '\\';
+      result += c;
+      escaped = c == '\\' && !escaped;
+   }
+   return result;
+}
+
 /** Prints up to an exception; before the step `interruptAt` the thread is marked. Returns whether
  * it came to the end. */
 bool print(const Document& document, OutputFormat_t format, PrintBuffer& buffer, bool buffered,
            size_t interruptAt) {
    Renderer to(format, &buffer, buffered);
+   const bool canFlush = dynamic_cast<NonBlockingCliTxnBuffer*>(&buffer) == nullptr;
    try {
       for (size_t i = 0; i < document.steps.size(); ++i) {
          if (i == interruptAt)
             setInterrupted();
-         document.steps[i].run(to);
+         if (document.steps[i].effect != kFlushes || canFlush)
+            document.steps[i].run(to);
       }
    } catch (const SigIntException&) {
       return false;
@@ -258,6 +298,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
    const size_t interruptAt = input.next() % 400;
    const Fault fault{Fault::kWrite, static_cast<int>(input.below(buffered ? 3 : 30)),
                      input.byte() % 2 == 0 ? EAGAIN : 0, 1 + input.below(60)};
+   const std::string text = input.text(20, "a\"\\");
    const Document document(input, valid);
 
    requireNone(compare(document.steps, {format, buffered, area}));
@@ -268,6 +309,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
    const std::string all = whole.output();
    require(!valid || format == outputFormatText || Json::parse(all) == document.json,
            "the values that were put in");
+
+   RecordingBuffer escaped(area % 4);
+   RendererV2(format, &escaped, buffered).writeQuotedString(text.c_str());
+   require(escaped.output() == quoted(text), "escaped quotes");
 
    std::string printed;
    const auto requirePrefix = [&](bool ended, const char* which) {

@@ -12,8 +12,9 @@
 
 #include "Recording.h"
 
-/** What an operation does to the comma; a closing one before it writes, or late. */
-enum Effect { kKeeps, kOpens, kCloses, kClosesLate, kItems };
+/** What an operation does to the comma, a closing one before it writes, or late; or that it
+ * flushes. */
+enum Effect { kKeeps, kOpens, kCloses, kClosesLate, kItems, kFlushes };
 
 /** An operation, the pieces it writes in JSON (commas apart), and what it writes in text. */
 struct Step {
@@ -74,6 +75,11 @@ struct Model {
 
    /** Returns the step's result. */
    int run(const Step& step) {
+      if (step.effect == kFlushes) {
+         call("flush");
+         free = size;
+         return 0;
+      }
       if (format == vorel::outputFormatText && step.silentInText)
          return step.text ? formatted(*step.text) : 0;
       int result = 0;
