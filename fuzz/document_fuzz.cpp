@@ -74,27 +74,38 @@ struct Document {
    /** Returns the name. */
    std::string add(const Named& call) {
       const char* const name = text();
-      steps.push_back(opens(call.run, name, "\"" + std::string(name) + call.opening));
+      steps.push_back(opens(call.run, name, "\"" + shown(name) + call.opening));
       steps.back().silentInText = call.silentInText;
-      return name;
+      return shown(name);
    }
 
-   /** Some text, which lives as long as the document: any bytes but NUL and now and then many, or
-    * what needs no escape. */
+   /** As the C library's "%s" prints it. */
+   static std::string shown(const char* text) { return text == nullptr ? "(null)" : text; }
+
+   /** Some text, which lives as long as the document: any bytes but NUL, now and then many or a
+    * null pointer; or what needs no escape. */
    const char* text() {
       std::string text = input_.text(40, valid_ ? "abcdefgh 12{}[]:,\x7f" : nullptr);
       std::replace(text.begin(), text.end(), '\0', '%');
-      if (input_.byte() % 16 == 1)
+      const size_t kind = input_.below(16);
+      if (kind == 1)
          text.append(600, 'l');
+      if (kind == 2 && !valid_)
+         return nullptr;
       return texts_.emplace_back(std::move(text)).c_str();
    }
 
    /** Adds a value under a name, or a bare one. */
    template <class Info = Attr32Info, class Value>
    Json value(const char* name, Value value, const std::string& text) {
-      const std::string key = *name == '\0' ? "" : "\"" + std::string(name) + "\":";
+      Json result;
+      if constexpr (!std::is_pointer_v<Value>)
+         result = value;
+      else
+         result = shown(value);
+      const std::string key = shown(name).empty() ? "" : "\"" + shown(name) + "\":";
       steps.push_back(member<Info>(name, value, key + text));
-      return value;
+      return result;
    }
    Json anyValue(const char* name) {
       const uint64_t bits = input_.word();
@@ -118,7 +129,7 @@ struct Document {
             return value(name, small, std::to_string(small));
          default:
             string = text();
-            return value(name, string, "\"" + std::string(string) + "\"");
+            return value(name, string, "\"" + shown(string) + "\"");
       }
    }
 
@@ -145,7 +156,7 @@ struct Document {
             return key<Attr64Info>(simple, bits, std::to_string(bits));
          default:
             string = text();
-            return key<Attr32Info>(simple, string, string);
+            return key<Attr32Info>(simple, string, shown(string));
       }
    }
 
@@ -191,29 +202,33 @@ struct Document {
          add(call.closing);
       } else {
          const char* const name = text();
-         if (*name != '\0')  // which would be a bare value
-            to[name] = anyValue(name);
+         if (!shown(name).empty())  // which would be a bare value
+            to[shown(name)] = anyValue(name);
       }
    }
 
    /** Adds several records by one call, the second of them suppressed; text in text format. */
    void records(bool counted) {
       const char* const key = text();
-      const auto number = static_cast<int32_t>(input_.word());
-      const std::string last = "\"n\":" + std::to_string(number);
-      const std::string shown = std::string(key) + "|";
+      const std::string last = R"("flag":true)", inText = shown(key) + "|";
       const auto run = [=](Renderer& to) {
-         Attr32Info hidden("h", 1);
+         Attr32Info hidden("hidden", 1), flag("flag", true);
          hidden.suppressed = true;
-         const Attr32Info string("s", key), info("n", number);
-         const bool inText = to.format == outputFormatText;
+         flag.value.asBool = 256;
+         const Attr32Info string("s", key);
+         const bool isText = to.format == outputFormatText;
          if (counted)
-            return inText ? to.addAttributes("%s|", 1, key)
-                          : to.addAttributes("", 3, &string, &hidden, &info);
-         inText ? to.addArgs("%s|", key) : to.addArgs("%d%d%d", &string, &hidden, &info);
-         return static_cast<int>(inText ? shown.size() : last.size());
+            return isText ? to.addAttributes("%s|", 1, key)
+                          : to.addAttributes("", 3, &string, &hidden, &flag);
+         isText ? to.addArgs("%s|", key) : to.addArgs("%d%d%d", &string, &hidden, &flag);
+         return static_cast<int>(isText ? inText.size() : last.size());
       };
-      steps.push_back({kItems, run, {"\"s\":\"" + std::string(key) + "\"", last}, shown});
+      steps.push_back({kItems, run, {"\"s\":\"" + shown(key) + "\"", last}, inText});
+   }
+   static int addNothing(Renderer& to) {
+      Attr32Info hidden("hidden", 1);
+      hidden.suppressed = true;
+      return to.addAttributesJson(1, &hidden) + to.addAttributesJson(0) + to.addAttributesJson(-1);
    }
 
    void anyCall() {
@@ -221,7 +236,7 @@ struct Document {
                                      kObject, kEndObject, kEndDictEntry, kEndSimple};
       const size_t chosen = input_.byte();
       Json ignored;
-      switch (input_.below(8)) {
+      switch (input_.below(9)) {
          case 0:
             return add(kPlain[chosen % std::size(kPlain)]);
          case 1:
@@ -231,10 +246,13 @@ struct Document {
          case 3:
             return static_cast<void>(anyKey(chosen % 2 == 0));
          case 4:
-            return steps.push_back(chosen % 2 == 0 ? frill(text()) : wrappedFrill(text()));
+            return steps.push_back(chosen % 2 == 0 ? frill(shown(text()))
+                                                   : wrappedFrill(shown(text())));
          case 5:
             return records(chosen % 2 == 0);
          case 6:
+            return steps.push_back({kItems, addNothing, {}});
+         case 7:
             return steps.push_back(plain(kFlushes, &Renderer::ioflush, {}));
          default:
             return object(ignored, 4);
@@ -253,6 +271,16 @@ void require(bool holds, const std::string& what) {
 
 void requireNone(const std::string& difference) {
    require(difference.empty(), difference);
+}
+
+/** Where the output of the first `count` steps ends: an area of about this size has a piece that
+ * hardly fits. */
+size_t lengthOf(const Document& document, OutputFormat_t format, size_t count) {
+   Model model{format, false, 0};
+   for (size_t i = 0; i < count; ++i)
+      if (takes(format, document.steps[i]))
+         model.run(document.steps[i]);
+   return model.output.size();
 }
 
 /** A text with a backslash before each quote that has none of its own. */
@@ -278,7 +306,7 @@ bool print(const Document& document, OutputFormat_t format, PrintBuffer& buffer,
       for (size_t i = 0; i < document.steps.size(); ++i) {
          if (i == interruptAt)
             setInterrupted();
-         if (document.steps[i].effect != kFlushes || canFlush)
+         if (takes(format, document.steps[i]) && (document.steps[i].effect != kFlushes || canFlush))
             document.steps[i].run(to);
       }
    } catch (const SigIntException&) {
@@ -292,16 +320,22 @@ bool print(const Document& document, OutputFormat_t format, PrintBuffer& buffer,
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
    Input input(data, size);
    const bool valid = input.byte() % 2 == 0;
-   const OutputFormat_t format = input.byte() % 4 == 0 ? outputFormatText : outputFormatJson;
+   constexpr OutputFormat_t kFormats[] = {outputFormatUnknown, outputFormatText, outputFormatJson,
+                                          outputFormatJson};
+   const OutputFormat_t format = kFormats[input.below(4)];
    const bool buffered = input.byte() % 2 == 0;
-   const size_t area = input.next() % 2000, failingCall = input.next() % 300;
+   const size_t area = input.byte() % 2 == 0 ? input.below(100) : input.next() % 2000;
+   const size_t failingCall = input.next() % 300;
    const size_t interruptAt = input.next() % 400;
    const Fault fault{Fault::kWrite, static_cast<int>(input.below(buffered ? 3 : 30)),
                      input.byte() % 2 == 0 ? EAGAIN : 0, 1 + input.below(60)};
    const std::string text = input.text(20, "a\"\\");
+   const size_t steps = input.next(), spare = input.below(4);
    const Document document(input, valid);
+   const size_t exact = lengthOf(document, format, steps % (document.steps.size() + 1));
 
    requireNone(compare(document.steps, {format, buffered, area}));
+   requireNone(compare(document.steps, {format, true, exact + spare}));
    requireNone(compare(document.steps, {format, buffered, area, failingCall}));
 
    RecordingBuffer whole(area);

@@ -1,4 +1,4 @@
-// What attributes do beside their text, which RendererTest.cpp has: entry points, failures, locale.
+// What attributes do beside their text: entry points, failures, locale.
 #include <sys/mman.h>
 
 #include <clocale>
