@@ -3,10 +3,10 @@
 
 #include <stdexcept>
 
+#include <vorel/interrupt/SigIntException.h>
 #include "Contest.h"
 #include "Peers.h"
 #include "Printers.h"
-#include "interrupt/SigIntException.h"
 
 namespace bench {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "buffers/NonBlockingCliTxnBuffer.h"
-#include "render/Printer.h"
+#include <vorel/buffers/NonBlockingCliTxnBuffer.h>
+#include <vorel/render/Printer.h>
 
 namespace bench {
 

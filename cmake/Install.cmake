@@ -3,28 +3,12 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-set(public_headers
-    ZyStrings/StringBuffer.h
-    buffers/NonBlockingCliTxnBuffer.h
-    buffers/PrintBuffer.h
-    buffers/TrackedAllocation.h
-    buffers/VorelBuffer.h
-    interrupt/SigIntException.h
-    plain/PlainC.h
-    render/AttrInfo.h
-    render/OutputFormat.h
-    render/Printer.h
-    render/PrinterV2.h
-    render/Renderer.h
-    render/RendererV2.h)
 set(include_dir ${CMAKE_INSTALL_INCLUDEDIR}/vorel)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Vorel)
 
-foreach(header IN LISTS public_headers)
-  get_filename_component(folder ${header} DIRECTORY)
-  install(FILES src/${header} DESTINATION ${include_dir}/${folder})
-endforeach()
-target_include_directories(Vorel INTERFACE $<INSTALL_INTERFACE:${include_dir}>)
+install(DIRECTORY include/vorel DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+target_include_directories(Vorel INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
+                                           $<INSTALL_INTERFACE:${include_dir}>)
 set(targets Vorel)
 if(NOT VOREL_ORV_ROOT)
   install(FILES orv/Orv.h DESTINATION ${include_dir}/orv)
@@ -47,7 +31,7 @@ install(FILES ${PROJECT_BINARY_DIR}/VorelConfig.cmake ${PROJECT_BINARY_DIR}/Vore
 set(pc_dir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH pc_prefix ${pc_dir} ${CMAKE_INSTALL_PREFIX})
 string(REGEX REPLACE "/$" "" pc_prefix ${pc_prefix})
-file(RELATIVE_PATH pc_include ${pc_dir} ${CMAKE_INSTALL_FULL_INCLUDEDIR}/vorel)
+file(RELATIVE_PATH pc_include ${pc_dir} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
 set(pc_orv_libs -lorv)
 set(pc_orv_cflags "")
 if(VOREL_ORV_ROOT)

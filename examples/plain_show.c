@@ -11,7 +11,7 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "plain/PlainC.h"
+#include <vorel/plain/PlainC.h>
 
 static const char kClasses[] = "/sys/class";
 

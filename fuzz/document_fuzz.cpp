@@ -7,12 +7,12 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include <vorel/buffers/NonBlockingCliTxnBuffer.h>
+#include <vorel/buffers/VorelBuffer.h>
+#include <vorel/render/RendererV2.h>
 #include "Faults.h"
 #include "Input.h"
 #include "RendererModel.h"
-#include "buffers/NonBlockingCliTxnBuffer.h"
-#include "buffers/VorelBuffer.h"
-#include "render/RendererV2.h"
 
 using namespace vorel;
 using Json = nlohmann::ordered_json;

@@ -1,4 +1,4 @@
-#include "orv/Orv.h"
+#include <orv/Orv.h>
 
 #include <system_error>
 

@@ -7,9 +7,9 @@
 #include <fstream>
 #include <string>
 
+#include <vorel/buffers/VorelBuffer.h>
+#include <vorel/render/Renderer.h>
 #include "Recording.h"
-#include "buffers/VorelBuffer.h"
-#include "render/Renderer.h"
 
 using namespace vorel;
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "render/Renderer.h"
+#include <vorel/render/Renderer.h>
 
 /** Prints until the buffer or the interrupt mark of the thread ends it with an exception. `begun`
  * counts the operations that check the mark themselves, each before it starts. */

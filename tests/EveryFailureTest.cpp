@@ -12,12 +12,12 @@
 #include <system_error>
 #include <utility>
 
+#include <vorel/buffers/NonBlockingCliTxnBuffer.h>
+#include <vorel/plain/PlainC.h>
+#include <vorel/render/Printer.h>
+#include <vorel/render/PrinterV2.h>
 #include "Faults.h"
 #include "Recording.h"
-#include "buffers/NonBlockingCliTxnBuffer.h"
-#include "plain/PlainC.h"
-#include "render/Printer.h"
-#include "render/PrinterV2.h"
 
 using namespace vorel;
 

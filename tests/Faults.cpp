@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <utility>
 
-#include "orv/Orv.h"
+#include <orv/Orv.h>
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include <string>
 
+#include <vorel/render/Renderer.h>
 #include "Recording.h"
-#include "render/Renderer.h"
 
 using namespace vorel;
 

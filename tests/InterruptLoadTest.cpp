@@ -13,9 +13,9 @@
 #include <utility>
 #include <vector>
 
+#include <vorel/render/Printer.h>
 #include "EndlessDocument.h"
 #include "Recording.h"
-#include "render/Printer.h"
 
 using namespace vorel;
 

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <vector>
 
-#include "render/Printer.h"
-#include "render/PrinterV2.h"
+#include <vorel/render/Printer.h>
+#include <vorel/render/PrinterV2.h>
 
 using namespace vorel;
 

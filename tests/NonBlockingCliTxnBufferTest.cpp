@@ -1,5 +1,5 @@
 // What stops the process; all else is checked against a model, by fuzz/txn_fuzz.cpp.
-#include "buffers/NonBlockingCliTxnBuffer.h"
+#include <vorel/buffers/NonBlockingCliTxnBuffer.h>
 
 #include <functional>
 

@@ -1,4 +1,4 @@
-#include "render/Number.h"
+#include "text/Number.h"
 
 #include <gtest/gtest.h>
 
@@ -16,8 +16,8 @@ void expectLikePrintf(double number) {
    for (double value : {number, -number}) {
       char expected[400];
       const int length = std::snprintf(expected, sizeof expected, "%f", value);
-      char actual[vorel::kNumberRoom<double>];
-      const char* const end = vorel::putNumber(actual, value);
+      char actual[vorel::text::kNumberRoom<double>];
+      const char* const end = vorel::text::putNumber(actual, value);
       ASSERT_EQ(std::string_view(actual, static_cast<size_t>(end - actual)),
                 std::string_view(expected, static_cast<size_t>(length)))
             << std::hexfloat << value;
@@ -70,8 +70,8 @@ void expectIntegers() {
       for (uint64_t bits :
            {magnitude - 1, magnitude, 0 - magnitude, 1 - magnitude, magnitude + magnitude / 7}) {
          const auto number = static_cast<Integer>(bits);
-         char actual[vorel::kNumberRoom<Integer>];
-         char* const end = vorel::putNumber(actual, number);
+         char actual[vorel::text::kNumberRoom<Integer>];
+         char* const end = vorel::text::putNumber(actual, number);
          EXPECT_EQ(std::string_view(actual, static_cast<size_t>(end - actual)),
                    std::to_string(number));
       }

@@ -1,4 +1,4 @@
-#include "plain/PlainC.h"
+#include <vorel/plain/PlainC.h>
 
 #include <dlfcn.h>
 #include <sys/socket.h>
@@ -9,9 +9,9 @@
 #include <memory>
 #include <string>
 
+#include <vorel/buffers/VorelBuffer.h>
+#include <vorel/render/Printer.h>
 #include "Recording.h"
-#include "buffers/VorelBuffer.h"
-#include "render/Printer.h"
 
 using namespace vorel;
 

@@ -1,9 +1,9 @@
 #include <memory>
 #include <utility>
 
+#include <vorel/render/Printer.h>
+#include <vorel/render/PrinterV2.h>
 #include "Recording.h"
-#include "render/Printer.h"
-#include "render/PrinterV2.h"
 
 using namespace vorel;
 

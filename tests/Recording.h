@@ -15,9 +15,9 @@
 #include <utility>
 #include <vector>
 
-#include "buffers/PrintBuffer.h"
-#include "interrupt/SigIntException.h"
-#include "render/Renderer.h"
+#include <vorel/buffers/PrintBuffer.h>
+#include <vorel/interrupt/SigIntException.h>
+#include <vorel/render/Renderer.h>
 
 using Calls = std::vector<std::string>;
 

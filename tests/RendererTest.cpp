@@ -1,10 +1,10 @@
 // What the renderer does beside its output, which fuzz/document_fuzz.cpp compares with a model.
-#include "render/Renderer.h"
+#include <vorel/render/Renderer.h>
 
 #include <string>
 
+#include <vorel/plain/PlainC.h>
 #include "Recording.h"
-#include "plain/PlainC.h"
 
 using namespace vorel;
 

@@ -1,11 +1,11 @@
-#include "interrupt/SigIntException.h"
+#include <vorel/interrupt/SigIntException.h>
 
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <vorel/plain/PlainC.h>
 #include "Recording.h"
-#include "plain/PlainC.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <tuple>
 
+#include <vorel/buffers/VorelBuffer.h>
 #include "Recording.h"
-#include "buffers/VorelBuffer.h"
 
 using namespace vorel;
 

@@ -1,7 +1,7 @@
 // A plug-in of ThrowAcrossTest, with hidden visibility; all it shows are these functions.
-#include "interrupt/SigIntException.h"
-#include "plain/PlainC.h"
-#include "render/Renderer.h"
+#include <vorel/interrupt/SigIntException.h>
+#include <vorel/plain/PlainC.h>
+#include <vorel/render/Renderer.h>
 
 namespace {
 

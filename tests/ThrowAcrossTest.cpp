@@ -3,7 +3,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include "interrupt/SigIntException.h"
+#include <vorel/interrupt/SigIntException.h>
 
 namespace {
 

@@ -17,9 +17,9 @@
 #include <utility>
 #include <vector>
 
+#include <vorel/buffers/NonBlockingCliTxnBuffer.h>
+#include <vorel/render/Renderer.h>
 #include "Faults.h"
-#include "buffers/NonBlockingCliTxnBuffer.h"
-#include "render/Renderer.h"
 
 using TxnBuffer = vorel::NonBlockingCliTxnBuffer;
 

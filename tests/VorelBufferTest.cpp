@@ -1,4 +1,4 @@
-#include "buffers/VorelBuffer.h"
+#include <vorel/buffers/VorelBuffer.h>
 
 #include <linux/sockios.h>
 #include <poll.h>
@@ -15,9 +15,9 @@
 #include <string>
 #include <thread>
 
+#include <vorel/render/Printer.h>
 #include "EndlessDocument.h"
 #include "Recording.h"
-#include "render/Printer.h"
 
 using namespace vorel;
 

@@ -12,8 +12,8 @@ import sys
 import tempfile
 
 BODY = """#include <initializer_list>
-#include "render/Printer.h"
-#include "plain/PlainC.h"
+#include <vorel/render/Printer.h>
+#include <vorel/plain/PlainC.h>
 static void sample(vorel::Renderer& out) {
 %s}
 int main(int, char** argv) {

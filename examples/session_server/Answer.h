@@ -2,8 +2,8 @@
 
 #include <functional>
 
-#include "buffers/NonBlockingCliTxnBuffer.h"
-#include "render/Renderer.h"
+#include <vorel/buffers/NonBlockingCliTxnBuffer.h>
+#include <vorel/render/Renderer.h>
 
 /** Prints the body of an answer. */
 using Print = std::function<void(vorel::Renderer& out)>;

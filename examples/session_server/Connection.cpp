@@ -8,8 +8,8 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "interrupt/SigIntException.h"
-#include "plain/PlainC.h"
+#include <vorel/interrupt/SigIntException.h>
+#include <vorel/plain/PlainC.h>
 #include "show/Commands.h"
 
 namespace {

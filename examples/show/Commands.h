@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "render/Renderer.h"
+#include <vorel/render/Renderer.h>
 
 // The commands. Each prints one whole document, in the renderer's format and to wherever that
 // prints, and flushes nothing. They throw vorel::SigIntException when the output is to end, and

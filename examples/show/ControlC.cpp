@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "interrupt/SigIntException.h"
+#include <vorel/interrupt/SigIntException.h>
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-#include "render/Renderer.h"
+#include <vorel/render/Renderer.h>
 
 using Counts = std::map<std::string, uint32_t>;
 

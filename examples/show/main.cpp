@@ -10,10 +10,10 @@
 #include <exception>
 #include <string_view>
 
+#include <vorel/plain/PlainC.h>
+#include <vorel/render/Printer.h>
 #include "Commands.h"
 #include "ControlC.h"
-#include "plain/PlainC.h"
-#include "render/Printer.h"
 
 namespace {
 

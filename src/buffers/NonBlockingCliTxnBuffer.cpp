@@ -1,4 +1,4 @@
-#include "buffers/NonBlockingCliTxnBuffer.h"
+#include <vorel/buffers/NonBlockingCliTxnBuffer.h>
 
 #include <unistd.h>
 

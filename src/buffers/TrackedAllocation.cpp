@@ -1,8 +1,8 @@
-#include "buffers/TrackedAllocation.h"
+#include <vorel/buffers/TrackedAllocation.h>
 
 #include <new>
 
-#include "orv/Orv.h"
+#include <orv/Orv.h>
 
 namespace vorel {
 

@@ -1,4 +1,4 @@
-#include "buffers/VorelBuffer.h"
+#include <vorel/buffers/VorelBuffer.h>
 
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
@@ -13,7 +13,7 @@
 #include <memory>
 #include <new>
 
-#include "interrupt/SigIntException.h"
+#include <vorel/interrupt/SigIntException.h>
 
 size_t vorel_globalBufsize = 1048576;
 int32_t vorel_ioFlushCount = 0;

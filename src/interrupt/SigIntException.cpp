@@ -1,4 +1,4 @@
-#include "interrupt/SigIntException.h"
+#include <vorel/interrupt/SigIntException.h>
 
 #include <sys/syscall.h>
 #include <unistd.h>

@@ -1,13 +1,13 @@
-#include "plain/PlainC.h"
+#include <vorel/plain/PlainC.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
 
-#include "interrupt/SigIntException.h"
-#include "render/Printer.h"
-#include "render/Renderer.h"
+#include <vorel/interrupt/SigIntException.h>
+#include <vorel/render/Printer.h>
+#include <vorel/render/Renderer.h>
 
 namespace {
 

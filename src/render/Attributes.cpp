@@ -1,9 +1,9 @@
 #include <climits>
 #include <cstring>
 
-#include "render/Arguments.h"
 #include "render/Emit.h"
 #include "render/FormatScanner.h"
+#include "text/Arguments.h"
 
 namespace vorel {
 
@@ -44,7 +44,7 @@ char* putQuoted(char* out, const char* limit, const char* string) {
    if (static_cast<size_t>(limit - out) <= size + kQuotes || size > INT_MAX / 2)
       return nullptr;
    *out++ = '"';
-   out = put(out, {string, size});
+   out = text::put(out, {string, size});
    *out++ = '"';
    return out;
 }
@@ -61,17 +61,17 @@ char* putValue(char* out, const char* limit, const AttrInfo& info) {
    if (info.type == attrString)
       return putQuoted(out, limit, info.value.asString);
    if (info.type == attrUint64)
-      return putNumber(out, info.value.asUint64);
+      return text::putNumber(out, info.value.asUint64);
    if (info.type == attrUint32)
-      return putNumber(out, info.value.asUint32);
+      return text::putNumber(out, info.value.asUint32);
    if (info.type == attrBool)
       return putBool(out, info.value.asBool != 0);
    if (info.type == attrInt32)
-      return putNumber(out, info.value.asInt32);
+      return text::putNumber(out, info.value.asInt32);
    if (info.type == attrDouble)
-      return putNumber(out, info.value.asDouble);
+      return text::putNumber(out, info.value.asDouble);
    if (info.type == attrFloat)
-      return putNumber(out, static_cast<double>(info.value.asFloat));
+      return text::putNumber(out, static_cast<double>(info.value.asFloat));
    return nullptr;
 }
 
@@ -85,8 +85,8 @@ int namedPiece(Renderer& to, std::string_view name, Part... value) {
 
 template <class Number>
 int numberItem(Renderer& to, std::string_view name, Number value) {
-   char digits[kNumberRoom<Number>];
-   const auto size = static_cast<size_t>(putNumber(digits, value) - digits);
+   char digits[text::kNumberRoom<Number>];
+   const auto size = static_cast<size_t>(text::putNumber(digits, value) - digits);
    return namedPiece(to, name, std::string_view(digits, size));
 }
 
@@ -99,7 +99,7 @@ int boolItem(Renderer& to, std::string_view name, bool value, int result) {
    if (!name.empty())
       return namedPiece(to, name, text);
    if (to.buffered)
-      to.buffer->writePtr = put(to.buffer->getBuffer(text.size()), text);
+      to.buffer->writePtr = text::put(to.buffer->getBuffer(text.size()), text);
    else
       to.buffer->rawWrite(text.data(), text.size());
    return result;
@@ -201,7 +201,7 @@ int Renderer::addAttributes(const char* fmt, int count, ...) {
    va_start(list, count);
    int length = 0;
    if (format == outputFormatText) {
-      ListArguments args(list);
+      text::ListArguments args(list);
       length = emit::formatted(*this, fmt, args);
    } else if (format == outputFormatJson) {
       length = items(*this, count, list, kCounted);

@@ -7,10 +7,10 @@
 #include <string_view>
 #include <utility>
 
-#include "render/Copy.h"
-#include "render/DirectFormat.h"
-#include "render/Number.h"
-#include "render/Renderer.h"
+#include <vorel/render/Renderer.h>
+#include "text/Copy.h"
+#include "text/DirectFormat.h"
+#include "text/Number.h"
 
 // The primitives that all output of a renderer goes through. A piece is a text that is written as
 // a whole; it fits the write area when it leaves at least one byte free, as a formatter's text does
@@ -99,14 +99,14 @@ template <class... Part>
       char* out = buffer.writePtr;
       if (buffer.rlen() <= length)
          out = buffer.getBuffer(length + 1);
-      ((out = put(out, parts)), ...);
+      ((out = text::put(out, parts)), ...);
       buffer.writePtr = out;
    } else {
       PieceRoom room(length);
       char* out = room.start();
       if (out == nullptr)
          return -1;
-      ((out = put(out, parts)), ...);
+      ((out = text::put(out, parts)), ...);
       buffer.rawWrite(room.start(), length);
    }
    return static_cast<int>(length);
@@ -118,7 +118,7 @@ template <class... Part>
 constexpr size_t kShortName = 20;
 /** More than anything takes that is written the short way: a separator, a name and a number, with
  * their punctuation. */
-constexpr size_t kEnoughRoom = kShortName + kNumberRoom<double> + 16;
+constexpr size_t kEnoughRoom = kShortName + text::kNumberRoom<double> + 16;
 
 inline bool hasEnoughRoom(const Renderer& to) {
    return to.buffered && to.buffer->rlen() >= kEnoughRoom;
@@ -159,7 +159,7 @@ inline char* lastPlace(char* out, size_t room) {
 template <class Arguments>
 int format(char* out, size_t room, const char* fmt, Arguments& args) {
    char* const limit = lastPlace(out, room);
-   if (const char* end = direct::format<false>(out, limit, fmt, nullptr, args)) [[likely]]
+   if (const char* end = text::direct::format<false>(out, limit, fmt, nullptr, args)) [[likely]]
       return static_cast<int>(end - out);
    return args.print(out, room, fmt);
 }

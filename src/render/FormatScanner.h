@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "render/Renderer.h"
+#include <vorel/render/Renderer.h>
 
 namespace vorel {
 

@@ -1,4 +1,4 @@
-#include "render/Printer.h"
+#include <vorel/render/Printer.h>
 
 namespace vorel {
 

@@ -1,4 +1,4 @@
-#include "render/PrinterV2.h"
+#include <vorel/render/PrinterV2.h>
 
 namespace vorel {
 

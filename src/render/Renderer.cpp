@@ -1,9 +1,9 @@
-#include "render/Renderer.h"
+#include <vorel/render/Renderer.h>
 
 #include <type_traits>
 
-#include "render/Arguments.h"
 #include "render/Emit.h"
+#include "text/Arguments.h"
 
 namespace vorel {
 
@@ -71,13 +71,13 @@ template <size_t Size>
  * can be one. */
 char* putKey(char* out, const Attr32Info& info) {
    if (info.type == attrInt32)
-      return putNumber(out, info.value.asInt32);
+      return text::putNumber(out, info.value.asInt32);
    if (info.type == attrUint32)
-      return putNumber(out, info.value.asUint32);
+      return text::putNumber(out, info.value.asUint32);
    return info.type == attrString ? emit::putName(out, info.value.asString) : nullptr;
 }
 char* putKey(char* out, const Attr64Info& info) {
-   return info.type == attrUint64 ? putNumber(out, info.value.asUint64) : nullptr;
+   return info.type == attrUint64 ? text::putNumber(out, info.value.asUint64) : nullptr;
 }
 
 /** Opens a dictionary entry. An `info` that is no key is reported at `line` of `function`. */
@@ -89,7 +89,7 @@ void openEntry(Renderer& to, const Info& info, const char (&opening)[Size], unsi
       return;
    if (info.type == attrString && std::is_same_v<Info, Attr32Info>)
       return openAnywhere(to, info.value.asString, opening);
-   char digits[kNumberRoom<uint64_t> + 1];
+   char digits[text::kNumberRoom<uint64_t> + 1];
    char* const end = putKey(digits, info);
    if (end == nullptr)
       emit::impossible(line, function);
@@ -222,7 +222,7 @@ int Renderer::addFrills(const char* fmt, ...) {
       emit::impossible(503, "int vorel::Renderer::addFrills(const char*, ...)");
    va_list list;
    va_start(list, fmt);
-   ListArguments args(list);
+   text::ListArguments args(list);
    va_end(list);
    return emit::raiseIfFailed(emit::formatted(*this, fmt, args));
 }
@@ -233,7 +233,7 @@ int Renderer::addVaFrillsWrapper(const char* fmt, int, va_list list) {
    if (format != outputFormatText)
       emit::impossible(375,
                        "int vorel::Renderer::addVaFrillsWrapper(const char*, int, __va_list_tag*)");
-   ListArguments args(list);
+   text::ListArguments args(list);
    if (!buffered)
       return emit::formatAside(*buffer, fmt, args);
    const emit::Attempt attempt = emit::formatInPlace(*buffer, fmt, args);

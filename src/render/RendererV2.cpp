@@ -1,4 +1,4 @@
-#include "render/RendererV2.h"
+#include <vorel/render/RendererV2.h>
 
 #include "render/Emit.h"
 
@@ -9,7 +9,7 @@ namespace {
 void write(PrintBuffer& buffer, std::string_view run) {
    if (run.empty())  // the write area may be null
       return;
-   buffer.writePtr = put(buffer.getBuffer(run.size()), run);
+   buffer.writePtr = text::put(buffer.getBuffer(run.size()), run);
 }
 
 }  // namespace

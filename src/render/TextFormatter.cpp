@@ -1,10 +1,10 @@
 #include <climits>
 #include <cstring>
 
-#include "render/Arguments.h"
-#include "render/Conversion.h"
 #include "render/Emit.h"
 #include "render/FormatScanner.h"
+#include "text/Arguments.h"
+#include "text/Conversion.h"
 
 namespace vorel {
 
@@ -15,15 +15,15 @@ int unchanged(Renderer& to, std::string_view text) {
    if (!to.buffered)
       to.buffer->rawWrite(text.data(), text.size());
    else if (!text.empty())
-      to.buffer->writePtr = put(to.buffer->getBuffer(text.size()), text);
+      to.buffer->writePtr = text::put(to.buffer->getBuffer(text.size()), text);
    return static_cast<int>(text.size());
 }
 
 /** The length modifier with which a conversion reads an argument of the size that the scanner
  * found: the sizes of integers are the scanner's, h and hh narrow what was read, and l before s and
  * c makes them wide without changing the size. */
-std::string_view modifierFor(const Conversion& conversion, int argLen) {
-   using Modifier = Conversion::Modifier;
+std::string_view modifierFor(const text::Conversion& conversion, int argLen) {
+   using Modifier = text::Conversion::Modifier;
    if (std::strchr("diouxX", conversion.letter) == nullptr) {
       const bool canBeWide = conversion.letter == 's' || conversion.letter == 'c';
       return canBeWide && conversion.modifier == Modifier::l ? "l" : "";
@@ -52,21 +52,21 @@ char rebuild(char* out, std::string_view piece, int argLen) {
       const char c = *at++;
       *out++ = c;
       if (c == '\\' && at != end && *at == '%') {
-         out = put(out, "%%");
+         out = text::put(out, "%%");
          ++at;
       } else if (c == '%') {
          if (at != end && *at == '%') {
             *out++ = *at++;
             continue;
          }
-         Conversion conversion;
+         text::Conversion conversion;
          const char* const begin = at;
-         at = parseConversion(begin, conversion);
+         at = text::parseConversion(begin, conversion);
          if (at == nullptr || letter != '\0')
             return '\0';
          letter = conversion.letter;
-         out = put(out, {begin, static_cast<size_t>(conversion.modifiers - begin)});
-         out = put(out, modifierFor(conversion, argLen));
+         out = text::put(out, {begin, static_cast<size_t>(conversion.modifiers - begin)});
+         out = text::put(out, modifierFor(conversion, argLen));
          *out++ = letter;
       }
    }
@@ -76,7 +76,7 @@ char rebuild(char* out, std::string_view piece, int argLen) {
 
 /** Prints one piece of a format with its argument, by way of a format of its own. */
 [[gnu::noinline]] int printRebuilt(Renderer& to, std::string_view piece, int argLen,
-                                   OneArgument& arg) {
+                                   text::OneArgument& arg) {
    emit::PieceRoom room(rebuiltRoom(piece.size()));
    if (room.start() == nullptr)
       return -1;
@@ -89,13 +89,13 @@ char rebuild(char* out, std::string_view piece, int argLen) {
 }
 
 /** Prints one piece of a format with its argument. */
-int printPiece(Renderer& to, std::string_view piece, int argLen, OneArgument arg) {
+int printPiece(Renderer& to, std::string_view piece, int argLen, text::OneArgument arg) {
    if (to.buffered) {
       PrintBuffer& buffer = *to.buffer;
       char* const out = buffer.getBuffer(1);
       const char* const from = piece.data();
-      char* const end = direct::format<true>(out, emit::lastPlace(out, buffer.rlen()), from,
-                                             from + piece.size(), arg);
+      char* const end = text::direct::format<true>(out, emit::lastPlace(out, buffer.rlen()), from,
+                                                   from + piece.size(), arg);
       if (end != nullptr) [[likely]] {
          buffer.writePtr = end;
          return static_cast<int>(end - out);
@@ -118,7 +118,7 @@ int Renderer::vorel_vfprintf(const char* fmt, va_list list) {
       const int end = scan.pieceEnds[i];
       const std::string_view piece(fmt + begin, static_cast<size_t>(end - begin));
       length = printPiece(*this, piece, scan.argLens[i],
-                          OneArgument(list, scan.argLens[i], scan.isFloat[i]));
+                          text::OneArgument(list, scan.argLens[i], scan.isFloat[i]));
       begin = end;
    }
    return length;

@@ -3,10 +3,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "buffers/NonBlockingCliTxnBuffer.h"
-#include "plain/PlainC.h"
-#include "render/Printer.h"
-#include "render/PrinterV2.h"
+#include <vorel/buffers/NonBlockingCliTxnBuffer.h>
+#include <vorel/plain/PlainC.h>
+#include <vorel/render/Printer.h>
+#include <vorel/render/PrinterV2.h>
 
 namespace {
 

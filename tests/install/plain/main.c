@@ -1,7 +1,7 @@
 /* A C program that calls every function of the library. */
 #include <stddef.h>
 
-#include "plain/PlainC.h"
+#include <vorel/plain/PlainC.h>
 
 int main(void) {
    const int nobody = 1 << 30; /* no thread has this id */

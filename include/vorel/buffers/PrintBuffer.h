@@ -2,9 +2,9 @@
 
 #include <cstdint>
 
-#include "ZyStrings/StringBuffer.h"
-#include "buffers/TrackedAllocation.h"
-#include "orv/Orv.h"
+#include <orv/Orv.h>
+#include <vorel/ZyStrings/StringBuffer.h>
+#include <vorel/buffers/TrackedAllocation.h>
 
 namespace vorel {
 

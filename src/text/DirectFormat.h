@@ -7,15 +7,15 @@
 #include <cstring>
 #include <string_view>
 
-#include "render/Conversion.h"
-#include "render/Copy.h"
-#include "render/Number.h"
+#include "text/Conversion.h"
+#include "text/Copy.h"
+#include "text/Number.h"
 
 // printf's plain conversions, made in place in one pass: s c d i u x X o, with l or ll before all
 // of these but c, s and o, f and F within the exact range, and %%. The text is the C library's,
 // byte for byte; whatever could be another there (the locale's doing, null strings, unusual flags)
 // is not made here at all.
-namespace vorel::direct {
+namespace vorel::text::direct {
 
 /** The stretch that a text is made in. Writing past its end fails, once and for all. */
 class Area {
@@ -274,4 +274,4 @@ template <bool Escapes, class Arguments>
    return area.out();
 }
 
-}  // namespace vorel::direct
+}  // namespace vorel::text::direct

@@ -8,7 +8,7 @@
 #include <limits>
 #include <type_traits>
 
-namespace vorel {
+namespace vorel::text {
 
 // Numbers as text, whatever the locale. No NUL is written.
 
@@ -199,4 +199,4 @@ inline char* putNumber(char* out, double value) {
    return out + kDigits;
 }
 
-}  // namespace vorel
+}  // namespace vorel::text

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "buffers/VorelBuffer.h"
-#include "render/RendererV2.h"
+#include <vorel/buffers/VorelBuffer.h>
+#include <vorel/render/RendererV2.h>
 
 namespace vorel {
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "buffers/PrintBuffer.h"
+#include <vorel/buffers/PrintBuffer.h>
 
 extern "C" {
 /** Write-area size in bytes of printers that are given none; read when a printer is built. */

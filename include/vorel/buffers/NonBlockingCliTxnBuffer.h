@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <deque>
 
-#include "buffers/PrintBuffer.h"
+#include <vorel/buffers/PrintBuffer.h>
 
 namespace vorel {
 

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdint>
 
-namespace vorel {
+namespace vorel::text {
 
 /** One conversion of a printf format that takes a single argument, taken apart. */
 struct Conversion {
@@ -121,4 +121,4 @@ inline const char* parseConversion(const char* at, Conversion& to) {
    }
 }
 
-}  // namespace vorel
+}  // namespace vorel::text

@@ -9,8 +9,8 @@
 #define VOREL_PLAIN_PLAINC_H
 
 #ifdef __cplusplus
-#include "interrupt/SigIntException.h"
-#include "render/OutputFormat.h"
+#include <vorel/interrupt/SigIntException.h>
+#include <vorel/render/OutputFormat.h>
 namespace vorel {
 class Renderer;
 }

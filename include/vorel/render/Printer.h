@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-#include "buffers/VorelBuffer.h"
-#include "render/Renderer.h"
+#include <vorel/buffers/VorelBuffer.h>
+#include <vorel/render/Renderer.h>
 
 namespace vorel {
 

@@ -2,7 +2,7 @@
 
 #include <deque>
 
-#include "render/Renderer.h"
+#include <vorel/render/Renderer.h>
 
 namespace vorel {
 

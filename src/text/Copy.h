@@ -6,7 +6,7 @@
 
 // Copying and filling of short stretches, which is most of what rendering does: a call of the C
 // library's functions costs more there than the work itself.
-namespace vorel {
+namespace vorel::text {
 
 namespace copy {
 
@@ -78,4 +78,4 @@ inline char* fill(char* out, char c, size_t size) {
    return out + size;
 }
 
-}  // namespace vorel
+}  // namespace vorel::text

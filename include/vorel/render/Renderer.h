@@ -4,12 +4,12 @@
 #include <cstdint>
 #include <cstring>
 
-#include "buffers/PrintBuffer.h"
-#include "buffers/TrackedAllocation.h"
-#include "interrupt/SigIntException.h"
-#include "orv/Orv.h"
-#include "render/AttrInfo.h"
-#include "render/OutputFormat.h"
+#include <orv/Orv.h>
+#include <vorel/buffers/PrintBuffer.h>
+#include <vorel/buffers/TrackedAllocation.h>
+#include <vorel/interrupt/SigIntException.h>
+#include <vorel/render/AttrInfo.h>
+#include <vorel/render/OutputFormat.h>
 
 namespace vorel {
 

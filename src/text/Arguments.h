@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 
-namespace vorel {
+namespace vorel::text {
 
 // Where a formatter takes its arguments from. An argument source offers next* functions, which
 // hand out one argument after the other, and print, which formats anew from the first argument on
@@ -85,4 +85,4 @@ class OneArgument {
    uint64_t bits_;
 };
 
-}  // namespace vorel
+}  // namespace vorel::text
