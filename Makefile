@@ -46,7 +46,7 @@ docs: packages-docs
 	@doxygen docs/Doxyfile
 	@echo "build/docs/html/index.html"
 
-# Each fuzz target for FUZZ_SECONDS, under the sanitizers, from the seeds in fuzz/corpus. What it finds
+# Each fuzz target for FUZZ_SECONDS, under the sanitizers, from the seeds in tests/fuzz/corpus. What it finds
 # is left in the build folder.
 FUZZ_SECONDS := 60
 fuzz: packages-fuzz
@@ -54,9 +54,9 @@ fuzz: packages-fuzz
 	   -DVOREL_SANITIZE=address,undefined -DVOREL_BUILD_FUZZ=ON -DVOREL_BUILD_TESTS=OFF \
 	   -DVOREL_BUILD_EXAMPLES=OFF >/dev/null
 	@cmake --build $(BUILD)-fuzz -j $(JOBS) >/dev/null
-	@seeds=$$PWD/fuzz/corpus && cd $(BUILD)-fuzz && for target in document format txn; do \
+	@seeds=$$PWD/tests/fuzz/corpus && cd $(BUILD)-fuzz && for target in document format txn; do \
 	   mkdir -p corpus/$$target && \
-	   fuzz/$${target}_fuzz corpus/$$target $$seeds/$$target -max_total_time=$(FUZZ_SECONDS) \
+	   tests/fuzz/$${target}_fuzz corpus/$$target $$seeds/$$target -max_total_time=$(FUZZ_SECONDS) \
 	      -max_len=600 -verbosity=0 -print_funcs=0 -print_final_stats=1 || exit 1; \
 	done
 

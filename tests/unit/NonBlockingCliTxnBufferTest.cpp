@@ -1,4 +1,4 @@
-// What stops the process; all else is checked against a model, by fuzz/txn_fuzz.cpp.
+// What stops the process; all else is checked against a model, by txn_fuzz.cpp.
 #include <vorel/buffers/NonBlockingCliTxnBuffer.h>
 
 #include <functional>

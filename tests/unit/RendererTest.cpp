@@ -1,4 +1,4 @@
-// What the renderer does beside its output, which fuzz/document_fuzz.cpp compares with a model.
+// What the renderer does beside its output, which document_fuzz.cpp compares with a model.
 #include <vorel/render/Renderer.h>
 
 #include <string>
