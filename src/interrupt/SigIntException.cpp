@@ -28,14 +28,14 @@ Registry& registry() {
 // And at the latest now, so that it is emptied after what is built later.
 [[maybe_unused]] const Registry& builtAtLoad = registry();
 
+// Never waits: in the child of a fork the mutex may be held by a thread that the child does not
+// have. The flags then stay as they are.
 Registry::~Registry() {
-   try {
-      std::scoped_lock lock(mutex);
-      flags.clear();
-      marked.store(0, std::memory_order_release);
-   } catch (...) {
-      // The mutex failed: the flags stay, at the end of the process.
-   }
+   const std::unique_lock lock(mutex, std::try_to_lock);
+   if (!lock.owns_lock())
+      return;
+   flags.clear();
+   marked.store(0, std::memory_order_release);
 }
 
 void store(int tid, int flag) {
