@@ -132,30 +132,37 @@ void VorelBuffer::rawWrite(const char* data, size_t len) {
       raiseSigIntIfNeeded();
    increment(vorel_ioFlushCount);
    rellock(true);
+   bool stopped = true;
    try {
-      writeAll(data, len);
+      stopped = !writeAll(data, len);
    } catch (...) {
       rellock(false);
       throw;
    }
    rellock(false);
-   if (!destroying)
-      raiseSigIntIfNeeded();
+   if (destroying)
+      return;
+   // The flag that stopped the writing may have been reset while this waited for the lock.
+   if (stopped)
+      throw SigIntException();
+   raiseSigIntIfNeeded();
 }
 
-void VorelBuffer::writeAll(const char* data, size_t len) const {
+bool VorelBuffer::writeAll(const char* data, size_t len) const {
    for (;;) {
       const ssize_t written = ::write(fd, data, len);
       if (written < 0) {
          const int error = errno;  // kept for whoever catches the exception
          setInterrupted();
          errno = error;
-         return;
+         return false;
       }
       data += written;
       len -= static_cast<size_t>(written);
-      if (len == 0 || written == 0 || (!destroying && isInterrupted()))
-         return;
+      if (len == 0 || written == 0)
+         return true;
+      if (!destroying && isInterrupted())
+         return false;
    }
 }
 

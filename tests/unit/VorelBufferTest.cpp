@@ -125,12 +125,15 @@ class Writer {
    int tid() const { return tid_; }
    bool ended() const { return ended_; }
    void join() { thread_.join(); }
+   void awaitSleep() {
+      for (std::string id, name, state; !ended_ && state != "S"; std::this_thread::yield())
+         std::ifstream("/proc/self/task/" + std::to_string(tid_) + "/stat") >> id >> name >> state;
+   }
    /** Waits until the thread sleeps before a full channel, which it must do without the lock. */
    void expectBlockedWithoutLock() {
-      for (std::string id, name, state; !ended_ && (state != "S" || poll(&full_, 1, 0) != 0);) {
-         std::this_thread::yield();
-         std::ifstream("/proc/self/task/" + std::to_string(tid_) + "/stat") >> id >> name >> state;
-      }
+      do
+         awaitSleep();
+      while (!ended_ && poll(&full_, 1, 0) != 0);
       EXPECT_FALSE(ended_);
       timespec deadline;
       clock_gettime(CLOCK_REALTIME, &deadline);
@@ -194,6 +197,38 @@ TEST_F(VorelBufferTest, ABlockedWriteGivesTheLockUpAndEndsWhereItMust) {
          EXPECT_EQ(writer.heldAfter, holding);
          EXPECT_EQ(flushes(), before + 1);
       }
+   }
+}
+
+TEST_F(VorelBufferTest, AMarkThatIsTakenBackHidesNoLoss) {
+   for (const bool readerLeaves : {false, true}) {
+      SCOPED_TRACE(readerLeaves);
+      Pipe pipe;
+      Writer writer(pipe, true, [](int fd) {
+         VorelBuffer buffer(fd, kData.size(), 0);
+         commit(buffer, kData);
+         buffer.flush();
+      });
+      writer.expectBlockedWithoutLock();
+      const auto taken = static_cast<size_t>(pipe.pending());
+      {
+         const auto lock = hold(true);  // which the writer now waits for
+         if (readerLeaves) {
+            pipe.reader.close();
+         } else {
+            vorel_setInterrupted(writer.tid());
+            writer.interruptSystemCall();
+         }
+         while (vorel_isInterrupted(writer.tid()) == 0)
+            std::this_thread::yield();
+         writer.awaitSleep();
+         vorel_resetInterrupted(writer.tid());
+      }
+      // What stayed committed is written once more, by the destructor.
+      EXPECT_TRUE(readerLeaves || pipe.read() == kData.substr(0, taken) + kData);
+      writer.join();
+      EXPECT_EQ(writer.error, readerLeaves ? EPIPE : 0);
+      EXPECT_TRUE(writer.heldAfter);
    }
 }
 

@@ -29,9 +29,10 @@ namespace vorel {
  * A write area of fixed size in front of a descriptor that is written with blocking calls.
  *
  * The host framework's activity lock is given up for exactly the duration of the writing. A write
- * that fails marks the calling thread interrupted and SigIntException is thrown; errno then still
- * tells why. A full area is written out to make room; a request for more than the whole area stops
- * the process. With size 0 there is no area, and rawWrite alone may be used.
+ * that fails marks the calling thread interrupted and SigIntException is thrown, whatever the flag
+ * is by then; errno still tells why. A full area is written out to make room; a request for more
+ * than the whole area stops the process. With size 0 there is no area, and rawWrite alone may be
+ * used.
  *
  * Invariants: the area is [base, endPtr); base <= writePtr <= endPtr; the committed bytes are
  * [base, writePtr). The fields are written by the buffer alone.
@@ -62,8 +63,8 @@ class [[gnu::visibility("default")]] VorelBuffer : public PrintBuffer {
    /** Writes out what is committed; when that throws, all of it stays committed, what has been
     * written included. */
    void flush() override;
-   /** Writes `len` bytes, all of them unless a write fails or takes nothing or the thread is
-    * interrupted; an interrupted thread gets SigIntException before or after the writing. */
+   /** Writes `len` bytes, all of them unless a write takes nothing. SigIntException is thrown when
+    * a write fails or the thread is interrupted, before, while or after it writes. */
    void rawWrite(const char* data, size_t len) override;
    /** False only for a socket whose send buffer takes the committed bytes with room to spare. */
    bool wouldBlock() override;
@@ -80,7 +81,8 @@ class [[gnu::visibility("default")]] VorelBuffer : public PrintBuffer {
    size_t committed() const {
       return static_cast<size_t>(writePtr - base);
    }
-   void writeAll(const char* data, size_t len) const;
+   /** Returns false when a failed write or the interrupt flag has stopped it. */
+   bool writeAll(const char* data, size_t len) const;
 };
 
 }  // namespace vorel
