@@ -156,3 +156,18 @@ void operator delete(void* block, size_t) noexcept {
 void operator delete[](void* block, size_t) noexcept {
    std::free(block);
 }
+void* operator new(size_t size, std::align_val_t alignment) {
+   void* const block = Faults::meet(Fault::kAllocation) == nullptr
+                             ? std::aligned_alloc(static_cast<size_t>(alignment), size)
+                             : nullptr;
+   if (block == nullptr)
+      throw std::bad_alloc();
+   ++live;
+   return block;
+}
+void operator delete(void* block, std::align_val_t) noexcept {
+   std::free(block);
+}
+void operator delete(void* block, size_t, std::align_val_t) noexcept {
+   std::free(block);
+}

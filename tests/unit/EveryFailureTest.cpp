@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <iostream>
 #include <stdexcept>
@@ -20,6 +21,15 @@
 #include "Recording.h"
 
 using namespace vorel;
+
+/** The framework's own in the place of the library's: checks what it is told. */
+void Orv::AllocTrackTypeInfo::_trackAllocation(AllocTrackTypeInfo** record,
+                                               const std::type_info& type, size_t first,
+                                               size_t second) {
+   EXPECT_TRUE(record == &PtrInterface::orvAllocTrackTypeInfo_ && type == typeid(PtrInterface) &&
+               first == 16 && second == 16);
+   (*record)->allocations.fetch_add(1, std::memory_order_relaxed);
+}
 
 namespace {
 
@@ -419,6 +429,69 @@ TEST_F(EveryFailure, IsToldAndLosesNothingElse) {
    }
    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
    std::cout << lives_ << " lives met " << faults_ << " faults in " << time.count() << " s\n";
+}
+
+/** A host's own kind of renderer. */
+struct Plain : Renderer {
+   static inline bool fails;
+   Plain() : Renderer(outputFormatJson, nullptr, true) {
+      if (fails)
+         throw SigIntException();
+   }
+};
+struct alignas(64) Wide : Plain {};
+
+/** Makes an object in each way that there is, and releases it. */
+template <class Type>
+void makeInEachWay() {
+   alignas(Type) static char room[sizeof(Type)];
+   const struct {
+      unsigned reports;
+      Type* (*make)();
+      void (*release)(Type*);
+   } ways[] = {
+         {1, [] { return new Type; }, [](Type* object) { delete object; }},
+         {1, [] { return new (std::nothrow) Type; }, [](Type* object) { delete object; }},
+         {1, [] { return new Type[1]; }, [](Type* objects) { delete[] objects; }},
+         {1, [] { return new (std::nothrow) Type[1]; }, [](Type* objects) { delete[] objects; }},
+         {0, [] { return new (room) Type; }, [](Type* object) { object->~Type(); }},
+   };
+   const auto& tracking = *Orv::PtrInterface::orvAllocTrackTypeInfo_;
+   int way = 0;
+   for (const auto& [reports, make, release] : ways) {
+      SCOPED_TRACE(typeid(Type).name() + std::to_string(way++));
+      const auto live = [&tracking] { return tracking.allocations - tracking.deallocations; };
+      const uint64_t before = live(), allocated = tracking.allocations;
+      const long blocks = liveBlocks();
+      std::vector<Type*> objects;
+      const unsigned count = reports == 0 ? 1 : 20;  // several, since one may lie well by chance
+      for (unsigned i = 0; i < count; ++i) {
+         objects.push_back(make());
+         EXPECT_EQ(reinterpret_cast<uintptr_t>(objects.back()) % alignof(Type), 0U);
+      }
+      EXPECT_EQ(tracking.allocations - allocated, count * reports);
+      for (Type* const object : std::exchange(objects, {}))
+         release(object);
+      {
+         const Faults faults({{Fault::kAllocation, 0}});
+         try {
+            release(make());
+         } catch (const std::bad_alloc&) {
+            EXPECT_EQ(faults.count(), 1U);
+         }
+         EXPECT_EQ(faults.count(), reports);
+      }
+      Plain::fails = true;
+      EXPECT_THROW(make(), SigIntException);
+      Plain::fails = false;
+      EXPECT_EQ(live(), before);
+      EXPECT_EQ(liveBlocks(), blocks);
+   }
+}
+
+TEST_F(EveryFailure, EveryFormOfNewIsTracked) {
+   makeInEachWay<Plain>();
+   makeInEachWay<Wide>();
 }
 
 TEST_F(EveryFailure, AWriteThatTakesNothingEndsQuietly) {

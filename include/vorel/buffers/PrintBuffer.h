@@ -18,9 +18,11 @@ class [[gnu::visibility("default")]] PrintBuffer : public Orv::PtrInterface,
                                                    public ZyFmt::DynamicBufferInterface,
                                                    public TrackedAllocation {
  public:
-   // The host framework's base may bring a pair of its own.
+   // The host framework's base may bring operators of its own.
    using TrackedAllocation::operator new;
+   using TrackedAllocation::operator new[];
    using TrackedAllocation::operator delete;
+   using TrackedAllocation::operator delete[];
 
    ~PrintBuffer() override = default;
    /** Sends the committed bytes on. */

@@ -34,9 +34,11 @@ namespace vorel {
  */
 class [[gnu::visibility("default")]] Renderer : public Orv::PtrInterface, public TrackedAllocation {
  public:
-   // The host framework's base may bring a pair of its own.
+   // The host framework's base may bring operators of its own.
    using TrackedAllocation::operator new;
+   using TrackedAllocation::operator new[];
    using TrackedAllocation::operator delete;
+   using TrackedAllocation::operator delete[];
 
    OutputFormat_t format;
    bool firstItem;  ///< The next item at the current position needs no comma before it.
