@@ -3,25 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace vorel {
-
-namespace {
-
-using Chunks = std::deque<NonBlockingCliTxnBuffer::Chunk>;
-
-/** Releases the block of the chunk at `index`, or gives it to the chunk before if that lies in it;
- * the chunk itself then has none. */
-void giveUpBlock(Chunks& chunks, size_t index) {
-   char* const block = chunks[index].base;
-   chunks[index].base = nullptr;
-   if (index > 0 && chunks[index - 1].base == nullptr)
-      chunks[index - 1].base = block;
-   else
-      delete[] block;
-}
-
-}  // namespace
 
 NonBlockingCliTxnBuffer::NonBlockingCliTxnBuffer(size_t chunkSize_)
       : sealedBytes(0), chunkSize(chunkSize_), txnCount(0) {
@@ -50,8 +34,8 @@ void NonBlockingCliTxnBuffer::allocateSpace(size_t count) {
       // The empty chunk gets its new block in place: the queue has no need to allocate. In a
       // transaction it stays as it is, since a save point may name it.
       char* const block = new char[size];
-      giveUpBlock(data, data.size() - 1);
-      back.base = back.start = block;
+      moveEmpty(data.size() - 1, block);
+      back.base = block;
       back.end = block + size;
    } else {
       data.emplace_back(size);
@@ -60,50 +44,95 @@ void NonBlockingCliTxnBuffer::allocateSpace(size_t count) {
    }
    writePtr = data.back().start;
    endPtr = data.back().end;
-   if (data.size() == 1)
-      readPtr = writePtr;
 }
 
 NonBlockingCliTxnBuffer::Chunk& NonBlockingCliTxnBuffer::reserve(size_t count) {
-   // A transaction of its own takes the reservation back when memory runs out half-way.
-   Transaction attempt(this);
-   const size_t before = data.size();
-   const bool wasEmpty = usedInChunk(data.back()) == 0;
-   allocateSpace(count);
-   const bool grown = data.size() != before;
-   if (const size_t used = usedInChunk(data.back()); used != 0) {
-      data.emplace_back(&data.back(), writePtr);
-      sealedBytes += used;
+   const SavePoint before{&data.back(), writePtr, data.back().end};
+   const Chunk* const front = &data.front();
+   const char* const start = before.chunk->start;
+   const char* const unsent = readPtr;
+   const size_t used = usedSpace();
+   try {
+      // A block that allocateSpace has replaced cannot be brought back: where it will do so, the
+      // queue gets its new chunk, which may fail, before.
+      if (count > rlen() && txnCount == 0 && usedInChunk(data.back()) == 0)
+         splitBack(writePtr);
+      allocateSpace(count);
+      if (Chunk* const place = emptyPlace();
+          place != nullptr && (count == 0 || place == before.chunk)) {
+         writePtr += count;
+         place->end = data.back().start = writePtr;
+         sealedBytes += count;
+         return *place;
+      }
+      if (usedInChunk(data.back()) != 0)
+         splitBack(writePtr);
+      Chunk& reserved = data.back();
+      splitBack(writePtr + count);
+      return reserved;
+   } catch (...) {
+      // What an overriding allocateSpace has sent, written or replaced cannot be brought back.
+      if (&data.front() == front && readPtr == unsent && usedSpace() == used &&
+          before.chunk->start == start)
+         takeBack(before);
+      throw;
    }
-   Chunk* reserved = &data.back();
-   writePtr += count;
-   data.emplace_back(reserved, writePtr);
-   sealedBytes += count;
-   attempt.confirm();
+}
 
-   if (grown && wasEmpty && txnCount == 0) {
-      // The growth left the empty chunk behind for the attempt's sake: move up into its place.
-      const size_t empty = data.size() - 3;
-      giveUpBlock(data, empty);
-      data[empty].start = reserved->start;
-      data[empty].end = reserved->end;
-      std::swap(reserved->base, data.back().base);
-      reserved->start = data.back().start;
-      reserved->end = data.back().end;
-      data.pop_back();
-      reserved = &data[empty];
-      if (empty == 0)
-         readPtr = reserved->start;
+void NonBlockingCliTxnBuffer::splitBack(char* at) {
+   Chunk& back = data.back();
+   data.emplace_back(&back, at);
+   writePtr = at;
+   sealedBytes += usedInChunk(back);
+}
+
+NonBlockingCliTxnBuffer::Chunk* NonBlockingCliTxnBuffer::emptyPlace() {
+   if (data.size() == 1 || usedInChunk(data.back()) != 0)
+      return nullptr;
+   Chunk& last = data[data.size() - 2];
+   return last.base == nullptr && usedInChunk(last) == 0 ? &last : nullptr;
+}
+
+void NonBlockingCliTxnBuffer::moveEmpty(size_t index, char* to) {
+   char* const block = std::exchange(data[index].base, nullptr);
+   data[index].start = data[index].end = to;
+   while (index > 0 && data[index - 1].base == nullptr && usedInChunk(data[index - 1]) == 0) {
+      --index;
+      data[index].start = data[index].end = to;
    }
-   return *reserved;
+   if (index == 0)
+      readPtr = to;
+   if (index > 0 && data[index - 1].base == nullptr)
+      data[index - 1].base = block;
+   else
+      delete[] block;
+}
+
+void NonBlockingCliTxnBuffer::giveBackEmpty(const Chunk* first) {
+   for (size_t i = data.size() - 1; i > 0 && &data[i] != first; --i) {
+      Chunk& chunk = data[i - 1];
+      Chunk& next = data[i];
+      if (chunk.base == nullptr || usedInChunk(chunk) != 0)
+         continue;
+      moveEmpty(i - 1, next.start);
+      if (&next == &data.back()) {  // which nobody holds: it moves up
+         chunk.base = std::exchange(next.base, nullptr);
+         chunk.end = next.end;
+         data.pop_back();
+      }
+   }
 }
 
 void NonBlockingCliTxnBuffer::dropBack() {
    if (data.back().base == nullptr)
       __assert_fail("oldbase", "NonBlockingCliTxnBuffer", 51,
                     "void vorel::NonBlockingCliTxnBuffer::dropBack()");
-   giveUpBlock(data, data.size() - 1);
+   char* const block = std::exchange(data.back().base, nullptr);
    data.pop_back();
+   if (data.empty() || data.back().base != nullptr)
+      delete[] block;
+   else
+      data.back().base = block;
 }
 
 NonBlockingCliTxnBuffer::SavePoint NonBlockingCliTxnBuffer::startTransaction() {
@@ -111,11 +140,17 @@ NonBlockingCliTxnBuffer::SavePoint NonBlockingCliTxnBuffer::startTransaction() {
    return {&data.back(), writePtr, data.back().end};
 }
 
-void NonBlockingCliTxnBuffer::confirmTransaction(const SavePoint&) {
-   --txnCount;
+void NonBlockingCliTxnBuffer::confirmTransaction(const SavePoint& sp) {
+   if (--txnCount == 0)
+      giveBackEmpty(sp.chunk);
 }
 
 void NonBlockingCliTxnBuffer::cancelTransaction(const SavePoint& sp) {
+   takeBack(sp);
+   --txnCount;
+}
+
+void NonBlockingCliTxnBuffer::takeBack(const SavePoint& sp) {
    while (&data.back() != sp.chunk) {
       dropBack();
       if (data.empty())
@@ -125,7 +160,6 @@ void NonBlockingCliTxnBuffer::cancelTransaction(const SavePoint& sp) {
       writePtr = endPtr = data.back().end;
       sealedBytes -= usedInChunk(data.back());
    }
-   --txnCount;
    writePtr = sp.savedWritePtr;
    sp.chunk->end = sp.savedEnd;
    endPtr = sp.savedEnd;

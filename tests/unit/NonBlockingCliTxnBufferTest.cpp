@@ -1,4 +1,4 @@
-// What stops the process; all else is checked against a model, by txn_fuzz.cpp.
+// What stops the process, and what piles up; all else is checked against a model, by txn_fuzz.cpp.
 #include <vorel/buffers/NonBlockingCliTxnBuffer.h>
 
 #include <functional>
@@ -18,6 +18,16 @@ std::string nextPiece(TxnBuffer& buffer) {
    const char* piece = nullptr;
    const size_t size = buffer.nextExtract(&piece);
    return {piece, size};
+}
+
+TEST(NonBlockingCliTxnBuffer, TransactionsThatCommitNothingLeaveNothing) {
+   TxnBuffer buffer(16);
+   for (size_t i = 0; i < 1000; ++i) {
+      TxnBuffer::Transaction transaction(&buffer);
+      i % 2 == 0 ? buffer.allocateSpace(20 + i) : static_cast<void>(buffer.reserve(0));
+      transaction.confirm();
+   }
+   EXPECT_LE(buffer.data.size(), 2U);
 }
 
 TEST(NonBlockingCliTxnBufferDeathTest, StopsOnMisuse) {

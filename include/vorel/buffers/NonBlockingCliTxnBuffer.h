@@ -18,8 +18,10 @@ namespace vorel {
  * A chunk's life: it is opened at the back, where writers fill it; closed at the write position,
  * when more room is needed than it has; split into two that share its block, for a reservation;
  * dropped, when it is the empty back or when a transaction that opened it is cancelled; and sent,
- * from the front on. An empty chunk may stand anywhere (an open transaction keeps its own in place,
- * reserve(0) makes one); the sending side steps over it.
+ * from the front on. An empty chunk may stand anywhere; the sending side steps over it. An open
+ * transaction keeps empty chunks in place. The end of the outermost one releases their blocks, and
+ * drops those that only the write area follows. What stays, as do the chunks of reserve(0), is an
+ * empty chunk without a block.
  *
  * Invariants between operations:
  * 1. There is at least one chunk.
@@ -150,18 +152,35 @@ class [[gnu::visibility("default")]] NonBlockingCliTxnBuffer : public PrintBuffe
    /** Transactions nest, and end in the reverse order; nothing is sent while one is open. A save
     * point serves for one confirm or cancel. */
    SavePoint startTransaction();
+   /** Keeps what was written since. Never fails. */
    void confirmTransaction(const SavePoint& sp);
    /** Takes back all that was written since. Reservations made since are gone. */
    void cancelTransaction(const SavePoint& sp);
 
    /** Sets the next `count` bytes of the output aside. The caller fills in the chunk that is
     * returned, from `start` to `end`, before they are sent. It is valid until then, or until a
-    * transaction that it was made in is cancelled; one of no bytes, until the next send. */
+    * transaction that it was made in is cancelled; one of no bytes, whose place others of no bytes
+    * share, until the next send. Calls allocateSpace once, in the caller's transactions. */
    Chunk& reserve(size_t count);
 
    /** Removes the back chunk; a block that it shares goes to the chunk before it. A step of
     * cancelTransaction, which afterwards sets the pointers and sealedBytes right. */
    void dropBack();
+
+ private:
+   /** Appends what lies from `at` on as the new back chunk; the bytes up to there count as written.
+    * When it throws, nothing has changed. */
+   void splitBack(char* at);
+   /** The empty chunk before an empty back chunk, in the same block, or null. */
+   Chunk* emptyPlace();
+   /** Moves the empty chunk at `index`, and those before it in its block, to the beginning `to` of
+    * the next chunk. Releases the block, or gives it to the chunk before that lies in it. */
+   void moveEmpty(size_t index, char* to);
+   /** Releases the blocks of empty chunks from `first` on, and drops those before the back. A chunk
+    * without a block stays where it is: whoever reserved it may still hold it. */
+   void giveBackEmpty(const Chunk* first);
+   /** Goes back to a save point, whose chunk must still be there. */
+   void takeBack(const SavePoint& sp);
 };
 
 }  // namespace vorel
