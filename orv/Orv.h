@@ -9,24 +9,26 @@
 #include <cstdint>
 #include <typeinfo>
 
+#pragma GCC visibility push(default)
+
 namespace Orv {
 
 /** Counts the objects of the framework's classes, so that a leak can be seen. Any thread. */
-class [[gnu::visibility("default")]] AllocTrackTypeInfo {
+class AllocTrackTypeInfo {
  public:
    std::atomic<uint64_t> allocations{0};
    std::atomic<uint64_t> deallocations{0};
 
    /** Reports an allocation to the record that `*record` points at. The stand-in uses neither the
     * type nor the two sizes. */
-   static void _trackAllocation(AllocTrackTypeInfo * *record, const std::type_info& type, size_t,
+   static void _trackAllocation(AllocTrackTypeInfo** record, const std::type_info& type, size_t,
                                 size_t);
    /** Reports a release to `record`. */
-   static void trackDeallocation(AllocTrackTypeInfo * record);
+   static void trackDeallocation(AllocTrackTypeInfo* record);
 };
 
 /** The base of every object the framework can refer to. The hooks do nothing in the stand-in. */
-class [[gnu::visibility("default")]] PtrInterface {
+class PtrInterface {
  public:
    virtual void* notifieeList() const;
    virtual void hasNotificationActiveIs(bool active);
@@ -39,7 +41,7 @@ class [[gnu::visibility("default")]] PtrInterface {
 };
 
 /** A lock over an error-checking mutex: locking it twice from one thread fails with EDEADLK. */
-class [[gnu::visibility("default")]] Lock {
+class Lock {
  public:
    pthread_mutex_t mutex = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
 
@@ -49,20 +51,20 @@ class [[gnu::visibility("default")]] Lock {
 };
 
 /** Owns the lock that a thread holds while it runs the framework's activities. */
-class [[gnu::visibility("default")]] ActivityManagerSm {
+class ActivityManagerSm {
  public:
-   Lock& activityLock() {
-      return lock_;
-   }
+   Lock& activityLock() { return lock_; }
 
  private:
    Lock lock_;
 };
 
-class [[gnu::visibility("default")]] ActivityImplFacility {
+class ActivityImplFacility {
  public:
    /** The process's one activity manager; it lives as long as the process. */
    static ActivityManagerSm* activityManagerSm();
 };
 
 }  // namespace Orv
+
+#pragma GCC visibility pop

@@ -50,8 +50,9 @@ void end(Renderer* handle) {
    forward(handle, &Renderer::end);
 }
 // The same function by the name that the linkers take from compiled callers.
-extern "C" [[gnu::visibility("default")]] void endByName(Renderer* handle) __asm__("end")
-      __attribute__((alias("vorel_end")));
+#pragma GCC visibility push(default)
+extern "C" void endByName(Renderer* handle) __asm__("end") __attribute__((alias("vorel_end")));
+#pragma GCC visibility pop
 
 void startList(Renderer* handle, const char* name) {
    forward(handle, &Renderer::startList, name);

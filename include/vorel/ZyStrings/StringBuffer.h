@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+#pragma GCC visibility push(default)
+
 /** The C runtime's reporter of broken assertions: prints the report and aborts. Declared here
  * because <assert.h> hides it from builds with NDEBUG, and these checks stay in every build. */
 extern "C" void __assert_fail(const char* expression, const char* file, unsigned int line,
@@ -19,7 +21,7 @@ namespace ZyFmt {
  *
  * One thread at a time uses a write area.
  */
-class [[gnu::visibility("default")]] DynamicBufferInterface {
+class DynamicBufferInterface {
  public:
    char* writePtr = nullptr;  ///< Next free byte. Writers move it forward, buffers anywhere.
    char* endPtr = nullptr;    ///< One past the last free byte. Moved by the buffer alone.
@@ -29,9 +31,7 @@ class [[gnu::visibility("default")]] DynamicBufferInterface {
    virtual ~DynamicBufferInterface() = default;
 
    /** Count of free bytes. */
-   size_t rlen() const {
-      return static_cast<size_t>(endPtr - writePtr);
-   }
+   size_t rlen() const { return static_cast<size_t>(endPtr - writePtr); }
 
    /** Makes sure that `required` bytes are free and returns writePtr, which it never advances.
     * Stops the process when the buffer could not make the room. */
@@ -51,3 +51,5 @@ class [[gnu::visibility("default")]] DynamicBufferInterface {
 };
 
 }  // namespace ZyFmt
+
+#pragma GCC visibility pop

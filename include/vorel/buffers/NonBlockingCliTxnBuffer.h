@@ -8,6 +8,8 @@
 
 #include <vorel/buffers/PrintBuffer.h>
 
+#pragma GCC visibility push(default)
+
 namespace vorel {
 
 /**
@@ -35,7 +37,7 @@ namespace vorel {
  * thread at a time uses a buffer; the interrupt flags play no part. A renderer over it must be
  * `buffered`. The fields are written by the buffer alone.
  */
-class [[gnu::visibility("default")]] NonBlockingCliTxnBuffer : public PrintBuffer {
+class NonBlockingCliTxnBuffer : public PrintBuffer {
  public:
    /** A region of output bytes, which may own the block of memory that it lies in. */
    struct Chunk {
@@ -124,9 +126,7 @@ class [[gnu::visibility("default")]] NonBlockingCliTxnBuffer : public PrintBuffe
                     "virtual bool vorel::NonBlockingCliTxnBuffer::wouldBlock()");
    }
    /** Always 0. */
-   uint64_t fullness() override {
-      return 0;
-   }
+   uint64_t fullness() override { return 0; }
 
    /** Opens a new chunk of max(count, chunkSize) bytes, unless `count` bytes are free. */
    void allocateSpace(size_t count) override;
@@ -184,3 +184,5 @@ class [[gnu::visibility("default")]] NonBlockingCliTxnBuffer : public PrintBuffe
 };
 
 }  // namespace vorel
+
+#pragma GCC visibility pop

@@ -6,6 +6,8 @@
 #include <vorel/ZyStrings/StringBuffer.h>
 #include <vorel/buffers/TrackedAllocation.h>
 
+#pragma GCC visibility push(default)
+
 namespace vorel {
 
 /**
@@ -14,9 +16,9 @@ namespace vorel {
  * A writer uses a buffer through its write area or through rawWrite, never both: rawWrite does not
  * wait for committed bytes that have not been flushed. One thread at a time uses a buffer.
  */
-class [[gnu::visibility("default")]] PrintBuffer : public Orv::PtrInterface,
-                                                   public ZyFmt::DynamicBufferInterface,
-                                                   public TrackedAllocation {
+class PrintBuffer : public Orv::PtrInterface,
+                    public ZyFmt::DynamicBufferInterface,
+                    public TrackedAllocation {
  public:
    // The host framework's base may bring operators of its own.
    using TrackedAllocation::operator new;
@@ -36,3 +38,5 @@ class [[gnu::visibility("default")]] PrintBuffer : public Orv::PtrInterface,
 };
 
 }  // namespace vorel
+
+#pragma GCC visibility pop

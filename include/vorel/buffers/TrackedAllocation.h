@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <new>
 
+#pragma GCC visibility push(default)
+
 namespace vorel {
 
 /**
@@ -12,7 +14,7 @@ namespace vorel {
  * The forms are those of the global operators; each does what its global namesake does, an array
  * counts as one allocation, and nothing stays reported when there is no memory.
  */
-class [[gnu::visibility("default")]] TrackedAllocation {
+class TrackedAllocation {
  public:
    static void* operator new(size_t size);
    static void* operator new(size_t size, const std::nothrow_t&) noexcept;
@@ -37,14 +39,12 @@ class [[gnu::visibility("default")]] TrackedAllocation {
                                  const std::nothrow_t&) noexcept;
 
    // In memory of the caller's, which is not tracked.
-   static void* operator new(size_t, void* where) noexcept {
-      return where;
-   }
-   static void* operator new[](size_t, void* where) noexcept {
-      return where;
-   }
+   static void* operator new(size_t, void* where) noexcept { return where; }
+   static void* operator new[](size_t, void* where) noexcept { return where; }
    static void operator delete(void*, void*) noexcept {}
    static void operator delete[](void*, void*) noexcept {}
 };
 
 }  // namespace vorel
+
+#pragma GCC visibility pop

@@ -5,25 +5,27 @@
 
 #include <vorel/buffers/PrintBuffer.h>
 
+#pragma GCC visibility push(default)
+
 extern "C" {
 /** Write-area size in bytes of printers that are given none; read when a printer is built. */
-[[gnu::visibility("default")]] extern size_t vorel_globalBufsize;
+extern size_t vorel_globalBufsize;
 /** How often bytes were handed to a descriptor, and how often a write area was full. Statistics:
  * never reset, and concurrent buffers may lose counts. */
-[[gnu::visibility("default")]] extern int32_t vorel_ioFlushCount;
-[[gnu::visibility("default")]] extern int32_t vorel_bufferFullCount;
+extern int32_t vorel_ioFlushCount;
+extern int32_t vorel_bufferFullCount;
 }
 
 namespace vorel {
 
 /** Whether `fd` is a socket; false when it cannot be examined. */
-[[gnu::visibility("default")]] bool isSocketFd(int fd);
+bool isSocketFd(int fd);
 /** Send-buffer size in bytes of the socket `fd`; -1 when it is no socket or cannot be asked (the
  * latter is reported on standard output). */
-[[gnu::visibility("default")]] int getSocketCapacity(int fd);
+int getSocketCapacity(int fd);
 /** Bytes in the send queue of the socket `fd`; -1, reported on standard output, when the kernel
  * does not tell. */
-[[gnu::visibility("default")]] int getSocketUsage(int fd);
+int getSocketUsage(int fd);
 
 /**
  * A write area of fixed size in front of a descriptor that is written with blocking calls.
@@ -37,7 +39,7 @@ namespace vorel {
  * Invariants: the area is [base, endPtr); base <= writePtr <= endPtr; the committed bytes are
  * [base, writePtr). The fields are written by the buffer alone.
  */
-class [[gnu::visibility("default")]] VorelBuffer : public PrintBuffer {
+class VorelBuffer : public PrintBuffer {
  public:
    int32_t fd;              ///< Never 0.
    char* base;              ///< From malloc; null when built with size 0.
@@ -78,11 +80,11 @@ class [[gnu::visibility("default")]] VorelBuffer : public PrintBuffer {
    void rellock(bool release);
 
  private:
-   size_t committed() const {
-      return static_cast<size_t>(writePtr - base);
-   }
+   size_t committed() const { return static_cast<size_t>(writePtr - base); }
    /** Returns false when a failed write or the interrupt flag has stopped it. */
    bool writeAll(const char* data, size_t len) const;
 };
 
 }  // namespace vorel
+
+#pragma GCC visibility pop

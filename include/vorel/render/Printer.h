@@ -5,6 +5,8 @@
 #include <vorel/buffers/VorelBuffer.h>
 #include <vorel/render/Renderer.h>
 
+#pragma GCC visibility push(default)
+
 namespace vorel {
 
 /** The settings of a printer; initPrinterConfig gives them their defaults. */
@@ -19,12 +21,11 @@ struct PrinterConfig {
 
 /** Fills all fields: a buffered printer with a write area of the default size, which resets the
  * interrupt flag of the thread that builds it. Returns true. */
-[[gnu::visibility("default")]] bool initPrinterConfig(PrinterConfig& config, int fd,
-                                                      unsigned format);
+bool initPrinterConfig(PrinterConfig& config, int fd, unsigned format);
 
 /** A renderer with a buffer of its own on a descriptor. What is pending when it is destroyed is
  * written out, unless the thread is interrupted; call ioflush first to learn of failures. */
-class [[gnu::visibility("default")]] Printer : public Renderer {
+class Printer : public Renderer {
  public:
    VorelBuffer ownBuffer;
 
@@ -36,3 +37,5 @@ class [[gnu::visibility("default")]] Printer : public Renderer {
 };
 
 }  // namespace vorel
+
+#pragma GCC visibility pop

@@ -3,11 +3,13 @@
 #include <vorel/buffers/VorelBuffer.h>
 #include <vorel/render/RendererV2.h>
 
+#pragma GCC visibility push(default)
+
 namespace vorel {
 
 /** A second-generation renderer with a buffer of its own on a descriptor: always buffered, with
  * vorel_globalBufsize bytes, and leaving the thread's interrupt flag as it is. */
-class [[gnu::visibility("default")]] PrinterV2 : public RendererV2 {
+class PrinterV2 : public RendererV2 {
  public:
    VorelBuffer ownBuffer;
 
@@ -17,3 +19,5 @@ class [[gnu::visibility("default")]] PrinterV2 : public RendererV2 {
 };
 
 }  // namespace vorel
+
+#pragma GCC visibility pop

@@ -11,6 +11,8 @@
 #include <vorel/render/AttrInfo.h>
 #include <vorel/render/OutputFormat.h>
 
+#pragma GCC visibility push(default)
+
 namespace vorel {
 
 /**
@@ -32,7 +34,7 @@ namespace vorel {
  *
  * One thread at a time drives a renderer. The fields are written by the renderer alone.
  */
-class [[gnu::visibility("default")]] Renderer : public Orv::PtrInterface, public TrackedAllocation {
+class Renderer : public Orv::PtrInterface, public TrackedAllocation {
  public:
    // The host framework's base may bring operators of its own.
    using TrackedAllocation::operator new;
@@ -46,7 +48,7 @@ class [[gnu::visibility("default")]] Renderer : public Orv::PtrInterface, public
    PrintBuffer* buffer;
 
    /** `buffer` stays the caller's and outlives the renderer. */
-   Renderer(OutputFormat_t format, PrintBuffer * buffer, bool buffered);
+   Renderer(OutputFormat_t format, PrintBuffer* buffer, bool buffered);
    Renderer(const Renderer&) = delete;
    Renderer& operator=(const Renderer&) = delete;
    /** Writes and flushes nothing. */
@@ -168,8 +170,7 @@ constexpr int kMaxConversions = 10;
  * Returns the number of conversions, one that is left open at the end included. More than
  * kMaxConversions stop the process. `fmt` is of at most INT_MAX characters.
  */
-[[gnu::visibility("default")]] int getArgLenList(const char* fmt, int* argLens, int* pieceEnds,
-                                                 bool* isFloat);
+int getArgLenList(const char* fmt, int* argLens, int* pieceEnds, bool* isFloat);
 
 /** A floating-point argument of addArgs in text format: the bits of the value as an integer. */
 inline uint64_t floatArg(double value) {
@@ -180,3 +181,5 @@ inline uint64_t floatArg(double value) {
 }
 
 }  // namespace vorel
+
+#pragma GCC visibility pop

@@ -4,14 +4,16 @@
 
 #include <vorel/render/Renderer.h>
 
+#pragma GCC visibility push(default)
+
 namespace vorel {
 
 /** The second-generation renderer. */
-class [[gnu::visibility("default")]] RendererV2 : public Renderer {
+class RendererV2 : public Renderer {
  public:
    std::deque<bool> flags;  ///< Empty; used by no operation.
 
-   RendererV2(OutputFormat_t format, PrintBuffer * buffer, bool buffered);
+   RendererV2(OutputFormat_t format, PrintBuffer* buffer, bool buffered);
    ~RendererV2() override;
 
    /**
@@ -24,3 +26,5 @@ class [[gnu::visibility("default")]] RendererV2 : public Renderer {
 };
 
 }  // namespace vorel
+
+#pragma GCC visibility pop
