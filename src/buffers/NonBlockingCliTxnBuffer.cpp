@@ -7,6 +7,28 @@
 
 namespace vorel {
 
+namespace {
+
+constexpr char kUnit[] = "NonBlockingCliTxnBuffer";
+constexpr ZyFmt::Assertion kBackOwnsBlock = {"oldbase", kUnit, 51,
+                                             "void vorel::NonBlockingCliTxnBuffer::dropBack()"};
+constexpr ZyFmt::Assertion kSavePointIsFound = {
+      "!data.empty()", kUnit, 199,
+      "void vorel::NonBlockingCliTxnBuffer::cancelTransaction(const "
+      "vorel::NonBlockingCliTxnBuffer::SavePoint&)"};
+constexpr char kNextExtract[] = "size_t vorel::NonBlockingCliTxnBuffer::nextExtract(const char**)";
+constexpr ZyFmt::Assertion kHasChunk = {"!data.empty()", kUnit, 107, kNextExtract};
+constexpr ZyFmt::Assertion kNoTxnWhileSending = {
+      "txnCount == 0 && \"can't write data while transactions are pending\"", kUnit, 115,
+      kNextExtract};
+constexpr ZyFmt::Assertion kReadsInFront = {"c.inRange( readPtr )", kUnit, 118, kNextExtract};
+constexpr ZyFmt::Assertion kAreaEndsWithBack = {
+      "endPtr == c.end", kUnit, 144, "void vorel::NonBlockingCliTxnBuffer::extract(size_t)"};
+constexpr ZyFmt::Assertion kHasData = {
+      "haveData()", kUnit, 153, "virtual ssize_t vorel::NonBlockingCliTxnBuffer::writeSome(int)"};
+
+}  // namespace
+
 NonBlockingCliTxnBuffer::NonBlockingCliTxnBuffer(size_t chunkSize_)
       : sealedBytes(0), chunkSize(chunkSize_), txnCount(0) {
    const Chunk& first = data.emplace_back(chunkSize);
@@ -125,8 +147,7 @@ void NonBlockingCliTxnBuffer::giveBackEmpty(const Chunk* first) {
 
 void NonBlockingCliTxnBuffer::dropBack() {
    if (data.back().base == nullptr)
-      __assert_fail("oldbase", "NonBlockingCliTxnBuffer", 51,
-                    "void vorel::NonBlockingCliTxnBuffer::dropBack()");
+      kBackOwnsBlock.fail();
    char* const block = std::exchange(data.back().base, nullptr);
    data.pop_back();
    if (data.empty() || data.back().base != nullptr)
@@ -154,9 +175,7 @@ void NonBlockingCliTxnBuffer::takeBack(const SavePoint& sp) {
    while (&data.back() != sp.chunk) {
       dropBack();
       if (data.empty())
-         __assert_fail("!data.empty()", "NonBlockingCliTxnBuffer", 199,
-                       "void vorel::NonBlockingCliTxnBuffer::cancelTransaction(const "
-                       "vorel::NonBlockingCliTxnBuffer::SavePoint&)");
+         kSavePointIsFound.fail();
       writePtr = endPtr = data.back().end;
       sealedBytes -= usedInChunk(data.back());
    }
@@ -170,15 +189,12 @@ bool NonBlockingCliTxnBuffer::haveData() {
 }
 
 size_t NonBlockingCliTxnBuffer::nextExtract(const char** out) {
-   static constexpr char kFunction[] =
-         "size_t vorel::NonBlockingCliTxnBuffer::nextExtract(const char**)";
    if (data.empty())
-      __assert_fail("!data.empty()", "NonBlockingCliTxnBuffer", 107, kFunction);
+      kHasChunk.fail();
    if (txnCount != 0)
-      __assert_fail("txnCount == 0 && \"can't write data while transactions are pending\"",
-                    "NonBlockingCliTxnBuffer", 115, kFunction);
+      kNoTxnWhileSending.fail();
    if (!data.front().inRange(readPtr))
-      __assert_fail("c.inRange( readPtr )", "NonBlockingCliTxnBuffer", 118, kFunction);
+      kReadsInFront.fail();
    while (usedInChunk(data.front()) == 0 && data.size() > 1) {
       data.pop_front();
       readPtr = data.front().start;
@@ -197,8 +213,7 @@ void NonBlockingCliTxnBuffer::extract(size_t count) {
       return;
    if (isBack) {
       if (endPtr != c.end)
-         __assert_fail("endPtr == c.end", "NonBlockingCliTxnBuffer", 144,
-                       "void vorel::NonBlockingCliTxnBuffer::extract(size_t)");
+         kAreaEndsWithBack.fail();
       writePtr = readPtr = c.start = c.base;
    } else {
       data.pop_front();
@@ -208,8 +223,7 @@ void NonBlockingCliTxnBuffer::extract(size_t count) {
 
 ssize_t NonBlockingCliTxnBuffer::writeSome(int fd) {
    if (!haveData())
-      __assert_fail("haveData()", "NonBlockingCliTxnBuffer", 153,
-                    "virtual ssize_t vorel::NonBlockingCliTxnBuffer::writeSome(int)");
+      kHasData.fail();
    const char* piece = nullptr;
    const size_t size = nextExtract(&piece);
    const ssize_t written = ::write(fd, piece, size);

@@ -23,6 +23,13 @@ namespace vorel {
 
 namespace {
 
+constexpr ZyFmt::Assertion kFdIsNotZero = {
+      "fd != 0", "VorelBuffer", 21, "vorel::VorelBuffer::VorelBuffer(int, size_t, uint32_t)"};
+constexpr char kAllocateSpace[] = "virtual void vorel::VorelBuffer::allocateSpace(size_t)";
+constexpr ZyFmt::Assertion kRoomIsNeeded = {"rlen() < count", "VorelBuffer", 36, kAllocateSpace};
+constexpr ZyFmt::Assertion kAreaIsLargeEnough = {"count <= rlen()", "VorelBuffer", 41,
+                                                 kAllocateSpace};
+
 struct Free {
    void operator()(char* memory) const { std::free(memory); }
 };
@@ -78,8 +85,7 @@ VorelBuffer::VorelBuffer(int fd_, size_t size, uint32_t flags)
         skipRelock(true) {
    Area area = allocateArea(size);
    if (fd == 0)
-      __assert_fail("fd != 0", "VorelBuffer", 21,
-                    "vorel::VorelBuffer::VorelBuffer(int, size_t, uint32_t)");
+      kFdIsNotZero.fail();
    if ((flags & (kResetInterrupt1 | kResetInterrupt2)) != 0)
       resetInterrupted();
    base = area.release();
@@ -174,14 +180,13 @@ void VorelBuffer::flush() {
 }
 
 void VorelBuffer::allocateSpace(size_t count) {
-   static constexpr char kFunction[] = "virtual void vorel::VorelBuffer::allocateSpace(size_t)";
    if (rlen() >= count)
-      __assert_fail("rlen() < count", "VorelBuffer", 36, kFunction);
+      kRoomIsNeeded.fail();
    increment(vorel_bufferFullCount);
    flush();
    writePtr = base;
    if (rlen() < count)
-      __assert_fail("count <= rlen()", "VorelBuffer", 41, kFunction);
+      kAreaIsLargeEnough.fail();
 }
 
 uint64_t VorelBuffer::fullness() {

@@ -11,6 +11,9 @@
 
 namespace {
 
+constexpr ZyFmt::Assertion kTextIsPrinted = {
+      "0", "PlainC", 196, "int addFrills(vorel::Renderer*, const char*, int, ...)"};
+
 /** Calls a member; an interruption ends it quietly. */
 template <class... Parameter, class... Argument>
 void forward(vorel::Renderer* handle, void (vorel::Renderer::*member)(Parameter...),
@@ -116,7 +119,7 @@ int addFrills(Renderer* handle, const char* fmt, int unused, ...) {
       return length;
    std::printf("vorel '%s' longer than buffer (error: %s)\n", fmt, std::strerror(error));
    std::fflush(stdout);
-   __assert_fail("0", "PlainC", 196, "int addFrills(vorel::Renderer*, const char*, int, ...)");
+   kTextIsPrinted.fail();
 }
 
 void setInterruptedForTest() {

@@ -9,17 +9,25 @@ namespace vorel {
 
 namespace {
 
+constexpr char kUnit[] = "Renderer";
+constexpr ZyFmt::Assertion kAttributesFormatIsKnown = {
+      "0", kUnit, 338, "int vorel::Renderer::addAttributes(const char*, int, ...)"};
+constexpr ZyFmt::Assertion kArgsFormatIsKnown = {"0", kUnit, 479,
+                                                 "void vorel::Renderer::addArgs(const char*, ...)"};
+constexpr ZyFmt::Assertion kCountedTagIsKnown = {
+      "0", kUnit, 592, "int vorel::Renderer::addJsonAttributes(const char*, int, __va_list_tag*)"};
+constexpr ZyFmt::Assertion kUncountedTagIsKnown = {
+      "0", kUnit, 810,
+      "int vorel::Renderer::addJsonAttributesNoArgCount(const char*, __va_list_tag*)"};
+
 /** The two callers of the JSON engine. */
 struct Engine {
    bool checksEachItem;
-   unsigned line;  // of the report of an unknown tag
-   const char* function;
+   const ZyFmt::Assertion& tagIsKnown;
 };
 
-constexpr Engine kUncounted = {
-      false, 810, "int vorel::Renderer::addJsonAttributesNoArgCount(const char*, __va_list_tag*)"};
-constexpr Engine kCounted = {
-      true, 592, "int vorel::Renderer::addJsonAttributes(const char*, int, __va_list_tag*)"};
+constexpr Engine kCounted = {true, kCountedTagIsKnown};
+constexpr Engine kUncounted = {false, kUncountedTagIsKnown};
 
 /** Puts the key of an item; nothing for one without a name. Null when it has to go the long way. */
 char* putKey(char* out, const char* name) {
@@ -129,7 +137,7 @@ int boolItem(Renderer& to, std::string_view name, bool value, int result) {
       case attrDouble:
          return numberItem(to, name, info.value.asDouble);
    }
-   emit::impossible(engine.line, engine.function);
+   engine.tagIsKnown.fail();
 }
 
 /** Writes items the short way. The place in the write area and the comma's flag are kept here,
@@ -206,7 +214,7 @@ int Renderer::addAttributes(const char* fmt, int count, ...) {
    } else if (format == outputFormatJson) {
       length = items(*this, count, list, kCounted);
    } else {
-      emit::impossible(338, "int vorel::Renderer::addAttributes(const char*, int, ...)");
+      kAttributesFormatIsKnown.fail();
    }
    va_end(list);
    return emit::raiseIfFailed(length);
@@ -237,7 +245,7 @@ void Renderer::addArgs(const char* fmt, ...) {
    else if (format == outputFormatJson)
       length = addJsonAttributesNoArgCount(fmt, list);
    else
-      emit::impossible(479, "void vorel::Renderer::addArgs(const char*, ...)");
+      kArgsFormatIsKnown.fail();
    va_end(list);
    emit::raiseIfFailed(length);
 }

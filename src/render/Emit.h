@@ -21,11 +21,6 @@ namespace vorel::emit {
 constexpr std::string_view kQuote = "\"";
 constexpr char kColon[] = "\":";  // behind a key
 
-/** Stops the process at what a caller must never ask for. */
-[[noreturn]] inline void impossible(unsigned line, const char* function) {
-   __assert_fail("0", "Renderer", line, function);
-}
-
 inline std::string_view text(const char* string) {
    return string == nullptr ? "(null)" : string;  // as the C library's "%s" prints it
 }

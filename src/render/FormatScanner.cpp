@@ -9,6 +9,9 @@ namespace vorel {
 
 namespace {
 
+constexpr ZyFmt::Assertion kNotTooMany = {
+      "0", "Renderer", 622, "int vorel::getArgLenList(const char*, int*, int*, bool*)"};
+
 /** What a character means within a conversion. */
 enum class Role : uint8_t {
    passedOver,
@@ -67,8 +70,7 @@ FormatScan::FormatScan(const char* fmt) : count(0), closed(0) {
          open = at == fmt || at[-1] != '\\';
          ++at;
          if (open && ++count > kMaxConversions)
-            __assert_fail("0", "Renderer", 622,
-                          "int vorel::getArgLenList(const char*, int*, int*, bool*)");
+            kNotTooMany.fail();
          continue;
       }
       const Role role = roleOf(*at);

@@ -9,6 +9,20 @@ namespace vorel {
 
 namespace {
 
+constexpr char kUnit[] = "Renderer";
+constexpr ZyFmt::Assertion kEntryHasKey32 = {
+      "0", kUnit, 157, "void vorel::Renderer::startDictEntry(const vorel::Attr32Info&)"};
+constexpr ZyFmt::Assertion kEntryHasKey64 = {
+      "0", kUnit, 171, "void vorel::Renderer::startDictEntry(const vorel::Attr64Info&)"};
+constexpr ZyFmt::Assertion kSimpleEntryHasKey32 = {
+      "0", kUnit, 192, "void vorel::Renderer::startSimpleDictEntry(const vorel::Attr32Info&)"};
+constexpr ZyFmt::Assertion kSimpleEntryHasKey64 = {
+      "0", kUnit, 206, "void vorel::Renderer::startSimpleDictEntry(const vorel::Attr64Info&)"};
+constexpr ZyFmt::Assertion kWrapperFormatIsKnown = {
+      "0", kUnit, 375, "int vorel::Renderer::addVaFrillsWrapper(const char*, int, __va_list_tag*)"};
+constexpr ZyFmt::Assertion kFrillsFormatIsKnown = {
+      "0", kUnit, 503, "int vorel::Renderer::addFrills(const char*, ...)"};
+
 constexpr char kOpenList[] = "\":[";
 constexpr char kOpenObject[] = "\":{";
 
@@ -80,10 +94,10 @@ char* putKey(char* out, const Attr64Info& info) {
    return info.type == attrUint64 ? text::putNumber(out, info.value.asUint64) : nullptr;
 }
 
-/** Opens a dictionary entry. An `info` that is no key is reported at `line` of `function`. */
+/** Opens a dictionary entry; `hasKey` is the assertion that `info` is of a type that can be one. */
 template <class Info, size_t Size>
-void openEntry(Renderer& to, const Info& info, const char (&opening)[Size], unsigned line,
-               const char* function) {
+void openEntry(Renderer& to, const Info& info, const char (&opening)[Size],
+               const ZyFmt::Assertion& hasKey) {
    if (openQuickly(
              to, [&info](char* out) { return putKey(out, info); }, opening))
       return;
@@ -92,7 +106,7 @@ void openEntry(Renderer& to, const Info& info, const char (&opening)[Size], unsi
    char digits[text::kNumberRoom<uint64_t> + 1];
    char* const end = putKey(digits, info);
    if (end == nullptr)
-      emit::impossible(line, function);
+      hasKey.fail();
    *end = '\0';
    openAnywhere(to, digits, opening);
 }
@@ -183,14 +197,12 @@ void Renderer::endDict() {
 
 void Renderer::startDictEntry(const Attr32Info& info) {
    if (format != outputFormatText)
-      openEntry(*this, info, kOpenObject, 157,
-                "void vorel::Renderer::startDictEntry(const vorel::Attr32Info&)");
+      openEntry(*this, info, kOpenObject, kEntryHasKey32);
 }
 
 void Renderer::startDictEntry(const Attr64Info& info) {
    if (format != outputFormatText)
-      openEntry(*this, info, kOpenObject, 171,
-                "void vorel::Renderer::startDictEntry(const vorel::Attr64Info&)");
+      openEntry(*this, info, kOpenObject, kEntryHasKey64);
 }
 
 void Renderer::endDictEntry() {
@@ -199,14 +211,12 @@ void Renderer::endDictEntry() {
 
 void Renderer::startSimpleDictEntry(const Attr32Info& info) {
    if (format != outputFormatText)
-      openEntry(*this, info, emit::kColon, 192,
-                "void vorel::Renderer::startSimpleDictEntry(const vorel::Attr32Info&)");
+      openEntry(*this, info, emit::kColon, kSimpleEntryHasKey32);
 }
 
 void Renderer::startSimpleDictEntry(const Attr64Info& info) {
    if (format != outputFormatText)
-      openEntry(*this, info, emit::kColon, 206,
-                "void vorel::Renderer::startSimpleDictEntry(const vorel::Attr64Info&)");
+      openEntry(*this, info, emit::kColon, kSimpleEntryHasKey64);
 }
 
 void Renderer::endSimpleDictEntry() {
@@ -219,7 +229,7 @@ int Renderer::addFrills(const char* fmt, ...) {
    if (format == outputFormatJson)
       return 0;
    if (format != outputFormatText)
-      emit::impossible(503, "int vorel::Renderer::addFrills(const char*, ...)");
+      kFrillsFormatIsKnown.fail();
    va_list list;
    va_start(list, fmt);
    text::ListArguments args(list);
@@ -231,8 +241,7 @@ int Renderer::addVaFrillsWrapper(const char* fmt, int, va_list list) {
    if (format == outputFormatJson)
       return 0;
    if (format != outputFormatText)
-      emit::impossible(375,
-                       "int vorel::Renderer::addVaFrillsWrapper(const char*, int, __va_list_tag*)");
+      kWrapperFormatIsKnown.fail();
    text::ListArguments args(list);
    if (!buffered)
       return emit::formatAside(*buffer, fmt, args);

@@ -2,14 +2,17 @@
 
 #include <cstddef>
 
+#include <vorel/ZyStrings/Assertion.h>
+
 #pragma GCC visibility push(default)
 
-/** The C runtime's reporter of broken assertions: prints the report and aborts. Declared here
- * because <assert.h> hides it from builds with NDEBUG, and these checks stay in every build. */
-extern "C" void __assert_fail(const char* expression, const char* file, unsigned int line,
-                              const char* function) noexcept __attribute__((__noreturn__));
-
 namespace ZyFmt {
+
+namespace assertions {
+inline constexpr Assertion kRoomWasMade = {
+      "endPtr - writePtr >= ptrdiff_t( required )", "ZyStrings/StringBuffer", 94,
+      "char* ZyFmt::DynamicBufferInterface::getBuffer(size_t)"};
+}
 
 /**
  * A growable write area: a stretch of free bytes, [writePtr, endPtr), that writers fill in place.
@@ -45,8 +48,7 @@ class DynamicBufferInterface {
    [[gnu::noinline, gnu::cold]] void grow(size_t required) {
       allocateSpace(required);
       if (endPtr - writePtr < static_cast<ptrdiff_t>(required))
-         __assert_fail("endPtr - writePtr >= ptrdiff_t( required )", "ZyStrings/StringBuffer", 94,
-                       "char* ZyFmt::DynamicBufferInterface::getBuffer(size_t)");
+         assertions::kRoomWasMade.fail();
    }
 };
 

@@ -12,6 +12,21 @@
 
 namespace vorel {
 
+namespace assertions {
+inline constexpr ZyFmt::Assertion kNoTxnAtEnd = {
+      "txnCount == 0", "NonBlockingCliTxnBuffer", 317,
+      "virtual vorel::NonBlockingCliTxnBuffer::~NonBlockingCliTxnBuffer()"};
+inline constexpr ZyFmt::Assertion kNeverFlushed = {
+      "!\"you cannot flush this buffer, just let it grow\"", "NonBlockingCliTxnBuffer", 97,
+      "virtual void vorel::NonBlockingCliTxnBuffer::flush()"};
+inline constexpr ZyFmt::Assertion kNeverUnbuffered = {
+      "!\"unbuffered writes unsupported by NonBlockingCliTxnBuffer\"", "NonBlockingCliTxnBuffer",
+      253, "virtual void vorel::NonBlockingCliTxnBuffer::rawWrite(const char*, size_t)"};
+inline constexpr ZyFmt::Assertion kNeverAskedToBlock = {
+      "!\"flush is not supported by NonBlockingCliTxnBuffer\"", "NonBlockingCliTxnBuffer", 256,
+      "virtual bool vorel::NonBlockingCliTxnBuffer::wouldBlock()"};
+}  // namespace assertions
+
 /**
  * A buffer for writers that must never block: it grows in chunks of memory, and its owner sends
  * the chunks piece by piece. Output can be taken back (transactions) and filled in later
@@ -105,26 +120,13 @@ class NonBlockingCliTxnBuffer : public PrintBuffer {
    /** Discards what has not been sent. No transaction may be open. */
    ~NonBlockingCliTxnBuffer() override {
       if (txnCount != 0)
-         __assert_fail("txnCount == 0", "NonBlockingCliTxnBuffer", 317,
-                       "virtual vorel::NonBlockingCliTxnBuffer::~NonBlockingCliTxnBuffer()");
+         assertions::kNoTxnAtEnd.fail();
    }
 
    // Not supported; they stop the process.
-   void flush() override {
-      __assert_fail("!\"you cannot flush this buffer, just let it grow\"",
-                    "NonBlockingCliTxnBuffer", 97,
-                    "virtual void vorel::NonBlockingCliTxnBuffer::flush()");
-   }
-   void rawWrite(const char*, size_t) override {
-      __assert_fail("!\"unbuffered writes unsupported by NonBlockingCliTxnBuffer\"",
-                    "NonBlockingCliTxnBuffer", 253,
-                    "virtual void vorel::NonBlockingCliTxnBuffer::rawWrite(const char*, size_t)");
-   }
-   bool wouldBlock() override {
-      __assert_fail("!\"flush is not supported by NonBlockingCliTxnBuffer\"",
-                    "NonBlockingCliTxnBuffer", 256,
-                    "virtual bool vorel::NonBlockingCliTxnBuffer::wouldBlock()");
-   }
+   void flush() override { assertions::kNeverFlushed.fail(); }
+   void rawWrite(const char*, size_t) override { assertions::kNeverUnbuffered.fail(); }
+   bool wouldBlock() override { assertions::kNeverAskedToBlock.fail(); }
    /** Always 0. */
    uint64_t fullness() override { return 0; }
 
