@@ -29,7 +29,8 @@ struct Engine {
 constexpr Engine kCounted = {true, kCountedTagIsKnown};
 constexpr Engine kUncounted = {false, kUncountedTagIsKnown};
 
-/** Puts the key of an item; nothing for one without a name. Null when it has to go the long way. */
+/** Puts the key of an item; nothing for one without a name. Null when it has to go on the slow
+ * path. */
 char* putKey(char* out, const char* name) {
    if (name == nullptr)
       return nullptr;
@@ -37,18 +38,16 @@ char* putKey(char* out, const char* name) {
       return out;
    *out++ = '"';
    out = emit::putName(out, name);
-   if (out == nullptr)
-      return nullptr;
-   std::memcpy(out, emit::kColon, sizeof emit::kColon - 1);
-   return out + sizeof emit::kColon - 1;
+   return out == nullptr ? nullptr : emit::putConstant(out, emit::kColon);
 }
 
+/** Puts a string value. Null when it has to go on the slow path. */
 char* putQuoted(char* out, const char* limit, const char* string) {
    constexpr size_t kQuotes = 2;
    if (string == nullptr)
       return nullptr;
    const size_t size = std::strlen(string);
-   // The long way is for a piece that does not fit and leaves no byte free, or is too long.
+   // The slow path is for a piece that does not fit and leaves no byte free, or is too long.
    if (static_cast<size_t>(limit - out) <= size + kQuotes || size > INT_MAX / 2)
       return nullptr;
    *out++ = '"';
@@ -63,11 +62,12 @@ char* putBool(char* out, bool value) {
    return out + (value ? 4 : 5);
 }
 
-/** Puts the value of an item; null when it has to go the long way. Comparisons, the most frequent
+/** Room for every value but a string, which putScalar takes, scratch included. */
+constexpr size_t kScalarRoom = text::kNumberRoom<double>;
+
+/** Puts a value of any type but attrString; null for an unknown one. Comparisons, the most frequent
  * types first, take less time here than a switch's indirect jump. */
-char* putValue(char* out, const char* limit, const AttrInfo& info) {
-   if (info.type == attrString)
-      return putQuoted(out, limit, info.value.asString);
+[[gnu::always_inline]] inline char* putScalar(char* out, const AttrInfo& info) {
    if (info.type == attrUint64)
       return text::putNumber(out, info.value.asUint64);
    if (info.type == attrUint32)
@@ -83,94 +83,67 @@ char* putValue(char* out, const char* limit, const AttrInfo& info) {
    return nullptr;
 }
 
-/** Writes the key and value of an item as one piece, wherever it has to go. */
-template <class... Part>
-int namedPiece(Renderer& to, std::string_view name, Part... value) {
-   return name.empty()
-                ? emit::piece(to, value...)
-                : emit::piece(to, emit::kQuote, name, std::string_view(emit::kColon), value...);
-}
-
-template <class Number>
-int numberItem(Renderer& to, std::string_view name, Number value) {
-   char digits[text::kNumberRoom<Number>];
-   const auto size = static_cast<size_t>(text::putNumber(digits, value) - digits);
-   return namedPiece(to, name, std::string_view(digits, size));
-}
-
-constexpr ptrdiff_t kBareBool = sizeof "false" - 1;
-
-/** Without a name, true and false are copied and not formatted: they take no byte for a NUL, and
- * leave the `result` of the items before them. */
-int boolItem(Renderer& to, std::string_view name, bool value, int result) {
-   const std::string_view text = value ? "true" : "false";
+/** Writes an item on the slow path. Without a name, true and false are copied: they leave the
+ * `result` of the items before them. */
+[[gnu::noinline]] int itemSlow(Renderer& to, const AttrInfo& info, const Engine& engine,
+                               int result) {
+   emit::separator(to);
+   to.firstItem = false;
+   char scalar[kScalarRoom];
+   std::string_view quote;
+   std::string_view value;
+   if (info.type == attrString) {
+      quote = emit::kQuote;
+      value = emit::text(info.value.asString);
+   } else {
+      const char* const end = putScalar(scalar, info);
+      if (end == nullptr)
+         engine.tagIsKnown.fail();
+      value = {scalar, static_cast<size_t>(end - scalar)};
+   }
+   const std::string_view name = emit::text(info.name);
    if (!name.empty())
-      return namedPiece(to, name, text);
-   if (to.buffered)
-      to.buffer->writePtr = text::put(to.buffer->getBuffer(text.size()), text);
-   else
-      to.buffer->rawWrite(text.data(), text.size());
+      return emit::piece(to, {emit::kQuote, name, emit::kColon, quote, value, quote});
+   if (info.type != attrBool)
+      return emit::piece(to, {quote, value, quote});
+   emit::copy(to, value);
    return result;
 }
 
-/** Writes an item wherever it has to go. */
-[[gnu::noinline]] int itemAnywhere(Renderer& to, const AttrInfo& info, const Engine& engine,
-                                   int result) {
-   if (to.firstItem)
-      to.firstItem = false;
-   else
-      emit::character(to, ',');
-   const std::string_view name = emit::text(info.name);
-   switch (info.type) {
-      case attrInt32:
-         return numberItem(to, name, info.value.asInt32);
-      case attrString:
-         return namedPiece(to, name, emit::kQuote, emit::text(info.value.asString), emit::kQuote);
-      case attrBool:
-         return boolItem(to, name, info.value.asBool != 0, result);
-      case attrUint64:
-         return numberItem(to, name, info.value.asUint64);
-      case attrUint32:
-         return numberItem(to, name, info.value.asUint32);
-      case attrFloat:
-         return numberItem(to, name, static_cast<double>(info.value.asFloat));
-      case attrDouble:
-         return numberItem(to, name, info.value.asDouble);
-   }
-   engine.tagIsKnown.fail();
-}
-
-/** Writes items the short way. The place in the write area and the comma's flag are kept here,
- * where the characters stored cannot alias them, and go back to the renderer with commit. */
-class QuickItems {
+/** Writes items on the fast path. The place in the write area and `firstItem` are kept here, where
+ * the characters stored cannot alias them, and go back to the renderer with commit. */
+class FastItems {
  public:
-   explicit QuickItems(Renderer& to) : to_(to) { fetch(); }
-   QuickItems(const QuickItems&) = delete;
-   QuickItems& operator=(const QuickItems&) = delete;
+   explicit FastItems(Renderer& to) : to_(to) { fetch(); }
+   FastItems(const FastItems&) = delete;
+   FastItems& operator=(const FastItems&) = delete;
 
    void fetch() {
       out_ = to_.buffer->writePtr;
       limit_ = to_.buffered ? to_.buffer->endPtr : out_;
-      commaSize_ = to_.firstItem ? 0 : 1;
+      firstItem_ = to_.firstItem;
    }
    void commit() const {
       to_.buffer->writePtr = out_;
-      to_.firstItem = commaSize_ == 0;
+      to_.firstItem = firstItem_;
    }
 
-   /** Writes an item, and its length to `result`; false when it has to go the long way. */
+   /** Writes an item, and its length to `result`; false when it has to go on the slow path. */
    bool add(const AttrInfo& info, int& result) {
       if (limit_ - out_ < static_cast<ptrdiff_t>(emit::kEnoughRoom)) [[unlikely]]
          return false;
-      *out_ = ',';
-      char* const start = out_ + commaSize_;
-      char* end = putKey(start, info.name);
-      if (end == nullptr || (end = putValue(end, limit_, info)) == nullptr) [[unlikely]]
+      char* const start = emit::putSeparator(out_, firstItem_);
+      char* const value = putKey(start, info.name);
+      if (value == nullptr) [[unlikely]]
          return false;
-      if (info.type != attrBool || end - start > kBareBool)
+      char* const end = info.type == attrString ? putQuoted(value, limit_, info.value.asString)
+                                                : putScalar(value, info);
+      if (end == nullptr) [[unlikely]]
+         return false;
+      if (info.type != attrBool || value != start)
          result = static_cast<int>(end - start);
       out_ = end;
-      commaSize_ = 1;
+      firstItem_ = false;
       return true;
    }
 
@@ -178,7 +151,7 @@ class QuickItems {
    Renderer& to_;
    char* out_;
    char* limit_;
-   size_t commaSize_;
+   bool firstItem_;
 };
 
 /** Writes `count` records, taken from `list`. */
@@ -186,18 +159,18 @@ int items(Renderer& to, int count, va_list list, const Engine& engine) {
    if (count <= 0)
       return 0;
    int result = 0;
-   QuickItems quick(to);
+   FastItems fast(to);
    for (; count > 0; --count) {
       const AttrInfo& info = *va_arg(list, const AttrInfo*);
-      if (info.suppressed || quick.add(info, result)) [[likely]]
+      if (info.suppressed || fast.add(info, result)) [[likely]]
          continue;
-      quick.commit();
-      result = itemAnywhere(to, info, engine, result);
+      fast.commit();
+      result = itemSlow(to, info, engine, result);
       if (engine.checksEachItem)
          emit::raiseIfFailed(result);
-      quick.fetch();
+      fast.fetch();
    }
-   quick.commit();
+   fast.commit();
    return result;
 }
 

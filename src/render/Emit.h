@@ -4,8 +4,8 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <string_view>
-#include <utility>
 
 #include <vorel/render/Renderer.h>
 #include "text/Copy.h"
@@ -19,7 +19,7 @@
 namespace vorel::emit {
 
 constexpr std::string_view kQuote = "\"";
-constexpr char kColon[] = "\":";  // behind a key
+constexpr std::string_view kColon = "\":";  // behind a key
 
 inline std::string_view text(const char* string) {
    return string == nullptr ? "(null)" : string;  // as the C library's "%s" prints it
@@ -32,31 +32,6 @@ inline int raiseIfFailed(int length) {
       raiseSigIntIfNeeded();
    }
    return length;
-}
-
-[[gnu::noinline]] inline void characterAnywhere(Renderer& to, char c) {
-   PrintBuffer& buffer = *to.buffer;
-   if (to.buffered) {
-      char* const out = buffer.getBuffer(1);
-      *out = c;
-      buffer.writePtr = out + 1;
-   } else {
-      buffer.rawWrite(&c, 1);
-   }
-}
-
-inline void character(Renderer& to, char c) {
-   PrintBuffer& buffer = *to.buffer;
-   char* const out = buffer.writePtr;
-   if (!to.buffered || out >= buffer.endPtr) [[unlikely]]
-      return characterAnywhere(to, c);
-   *out = c;
-   buffer.writePtr = out + 1;
-}
-
-inline void separator(Renderer& to) {
-   if (!to.firstItem)
-      character(to, ',');
 }
 
 /** Room for a piece that is handed to rawWrite: automatic for most, from the heap for a long one;
@@ -80,70 +55,73 @@ class PieceRoom {
    char* start_;
 };
 
-/** Writes a piece that is put together from `parts`, each a std::string_view, wherever it has to
- * go. */
-template <class... Part>
-[[gnu::noinline]] int piece(Renderer& to, Part... parts) {
+// The slow path, on which the buffer is asked for the room of each piece.
+
+/** Copies text as it stands. Unlike a piece it takes no byte for a NUL, and may be of any length.
+ */
+void copy(Renderer& to, std::string_view text);
+/** The same, for a renderer that is buffered. */
+void copyIntoArea(PrintBuffer& buffer, std::string_view text);
+/** Writes a piece that is put together from `parts`. */
+int piece(Renderer& to, std::initializer_list<std::string_view> parts);
+
+inline void character(Renderer& to, char c) {
    PrintBuffer& buffer = *to.buffer;
-   const size_t length = (parts.size() + ...);
-   if (to.buffered)
-      buffer.getBuffer(1);
-   if (length > INT_MAX)
-      return -1;
-   if (to.buffered) {
-      char* out = buffer.writePtr;
-      if (buffer.rlen() <= length)
-         out = buffer.getBuffer(length + 1);
-      ((out = text::put(out, parts)), ...);
-      buffer.writePtr = out;
-   } else {
-      PieceRoom room(length);
-      char* out = room.start();
-      if (out == nullptr)
-         return -1;
-      ((out = text::put(out, parts)), ...);
-      buffer.rawWrite(room.start(), length);
-   }
-   return static_cast<int>(length);
+   char* const out = buffer.writePtr;
+   if (!to.buffered || out >= buffer.endPtr) [[unlikely]]
+      return copy(to, {&c, 1});
+   *out = c;
+   buffer.writePtr = out + 1;
 }
 
-// The short way, for the usual case of a write area with room enough: texts are put together there
+/** Writes the comma before an item, if one is due. */
+inline void separator(Renderer& to) {
+   if (!to.firstItem)
+      character(to, ',');
+}
+
+// The fast path, for the usual case of a write area with room enough: texts are put together there
 // at once, and no room has to be asked for.
 
 constexpr size_t kShortName = 20;
-/** More than anything takes that is written the short way: a separator, a name and a number, with
- * their punctuation. */
+/** More than anything takes that is written on the fast path: a separator, a name and a number,
+ * with their punctuation. */
 constexpr size_t kEnoughRoom = kShortName + text::kNumberRoom<double> + 16;
 
 inline bool hasEnoughRoom(const Renderer& to) {
    return to.buffered && to.buffer->rlen() >= kEnoughRoom;
 }
 
-/** Writes the separator, if one is due. A branch, and not an addition: the place of everything that
- * follows then does not wait for the flag. */
-inline char* putSeparator(char* out, const Renderer& to) {
-   if (!to.firstItem)
+/** Puts the comma before an item, if one is due. A branch, and not an addition: the place of
+ * everything that follows then does not wait for the flag. */
+inline char* putSeparator(char* out, bool firstItem) {
+   if (!firstItem)
       *out++ = ',';
    return out;
 }
 
-/** Copies a short name; null for a longer one or a null pointer. Names are mostly so short that
+/** Puts a constant. */
+[[gnu::always_inline]] inline char* putConstant(char* out, std::string_view constant) {
+   std::memcpy(out, constant.data(), constant.size());
+   return out + constant.size();
+}
+
+/** Puts a short name; null for a longer one or a null pointer. Names are mostly so short that
  * copying them takes less time than first finding their length, and as straight code less than in a
  * loop. */
-template <size_t... Index>
-[[gnu::always_inline]] inline char* putName(char* out, const char* name,
-                                            std::index_sequence<Index...>) {
-   char* end = nullptr;
-   static_cast<void>(
-         ((out[Index] = name[Index], name[Index] == '\0' ? (end = out + Index, true) : false) ||
-          ...));
-   return end;
-}
 [[gnu::always_inline]] inline char* putName(char* out, const char* name) {
    if (name == nullptr) [[unlikely]]
       return nullptr;
-   return putName(out, name, std::make_index_sequence<kShortName>());
+#pragma GCC unroll kShortName
+   for (size_t i = 0; i < kShortName; ++i) {
+      out[i] = name[i];
+      if (name[i] == '\0')
+         return out + i;
+   }
+   return nullptr;
 }
+
+// Formatted pieces.
 
 /** The end of what a text may take of `room` bytes: all but one, as with a NUL. */
 inline char* lastPlace(char* out, size_t room) {

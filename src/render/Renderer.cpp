@@ -23,11 +23,10 @@ constexpr ZyFmt::Assertion kWrapperFormatIsKnown = {
 constexpr ZyFmt::Assertion kFrillsFormatIsKnown = {
       "0", kUnit, 503, "int vorel::Renderer::addFrills(const char*, ...)"};
 
-constexpr char kOpenList[] = "\":[";
-constexpr char kOpenObject[] = "\":{";
+constexpr std::string_view kOpenList = "\":[";
+constexpr std::string_view kOpenObject = "\":{";
 
-/** Writes an unnamed opening wherever it has to go. */
-[[gnu::noinline]] void openAnywhere(Renderer& to, char bracket) {
+[[gnu::noinline]] void openSlow(Renderer& to, char bracket) {
    emit::separator(to);
    to.firstItem = true;
    emit::character(to, bracket);
@@ -35,54 +34,49 @@ constexpr char kOpenObject[] = "\":{";
 
 /** Writes an unnamed opening. */
 void open(Renderer& to, char bracket) {
-   if (emit::hasEnoughRoom(to)) [[likely]] {
-      PrintBuffer& buffer = *to.buffer;
-      char* const out = emit::putSeparator(buffer.writePtr, to);
-      to.firstItem = true;
-      *out = bracket;
-      buffer.writePtr = out + 1;
-      return;
-   }
-   openAnywhere(to, bracket);
+   if (!emit::hasEnoughRoom(to)) [[unlikely]]
+      return openSlow(to, bracket);
+   PrintBuffer& buffer = *to.buffer;
+   char* const out = emit::putSeparator(buffer.writePtr, to.firstItem);
+   to.firstItem = true;
+   *out = bracket;
+   buffer.writePtr = out + 1;
 }
 
-/** Writes a named opening the short way: the separator, what `putName` puts behind the opening
- * quote, and what follows it. False when it has to go the long way. */
-template <class PutName, size_t Size>
-[[gnu::always_inline]] inline bool openQuickly(Renderer& to, PutName putName,
-                                               const char (&opening)[Size]) {
+/** Writes a named opening on the fast path, if it can go there: `putName` puts the name, or returns
+ * null. */
+template <class PutName>
+[[gnu::always_inline]] inline bool openFast(Renderer& to, PutName putName,
+                                            std::string_view opening) {
    if (!emit::hasEnoughRoom(to)) [[unlikely]]
       return false;
    PrintBuffer& buffer = *to.buffer;
-   char* out = emit::putSeparator(buffer.writePtr, to);
+   char* out = emit::putSeparator(buffer.writePtr, to.firstItem);
    *out = '"';
    out = putName(out + 1);
    if (out == nullptr) [[unlikely]]
       return false;
-   std::memcpy(out, opening, Size - 1);
-   buffer.writePtr = out + Size - 1;
+   buffer.writePtr = emit::putConstant(out, opening);
    to.firstItem = true;
    return true;
 }
 
-/** Writes a named opening wherever it has to go. */
-[[gnu::noinline]] void openAnywhere(Renderer& to, const char* name, std::string_view opening) {
+[[gnu::noinline]] void openSlow(Renderer& to, const char* name, std::string_view opening) {
    emit::separator(to);
    to.firstItem = true;
-   emit::raiseIfFailed(emit::piece(to, emit::kQuote, emit::text(name), opening));
+   emit::raiseIfFailed(emit::piece(to, {emit::kQuote, emit::text(name), opening}));
 }
 
-/** Writes a name in quotes and what follows it, `":[` for instance. */
-template <size_t Size>
+/** Writes a named opening; `opening` is what follows the name, from its closing quote on. */
 [[gnu::always_inline]] inline void openNamed(Renderer& to, const char* name,
-                                             const char (&opening)[Size]) {
-   if (!openQuickly(
-             to, [name](char* out) { return emit::putName(out, name); }, opening))
-      openAnywhere(to, name, opening);
+                                             std::string_view opening) {
+   const auto putName = [name](char* out) { return emit::putName(out, name); };
+   if (!openFast(to, putName, opening))
+      openSlow(to, name, opening);
 }
 
-/** Puts the key of a dictionary entry; null when it has to go the long way, or is of no type that
- * can be one. */
+/** Puts the key of a dictionary entry; null when it has to go on the slow path, or is of no type
+ * that can be one. */
 char* putKey(char* out, const Attr32Info& info) {
    if (info.type == attrInt32)
       return text::putNumber(out, info.value.asInt32);
@@ -95,20 +89,20 @@ char* putKey(char* out, const Attr64Info& info) {
 }
 
 /** Opens a dictionary entry; `hasKey` is the assertion that `info` is of a type that can be one. */
-template <class Info, size_t Size>
-void openEntry(Renderer& to, const Info& info, const char (&opening)[Size],
+template <class Info>
+void openEntry(Renderer& to, const Info& info, std::string_view opening,
                const ZyFmt::Assertion& hasKey) {
-   if (openQuickly(
-             to, [&info](char* out) { return putKey(out, info); }, opening))
+   const auto putName = [&info](char* out) { return putKey(out, info); };
+   if (openFast(to, putName, opening))
       return;
    if (info.type == attrString && std::is_same_v<Info, Attr32Info>)
-      return openAnywhere(to, info.value.asString, opening);
+      return openSlow(to, info.value.asString, opening);
    char digits[text::kNumberRoom<uint64_t> + 1];
    char* const end = putKey(digits, info);
    if (end == nullptr)
       hasKey.fail();
    *end = '\0';
-   openAnywhere(to, digits, opening);
+   openSlow(to, digits, opening);
 }
 
 }  // namespace

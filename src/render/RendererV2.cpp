@@ -4,16 +4,6 @@
 
 namespace vorel {
 
-namespace {
-
-void write(PrintBuffer& buffer, std::string_view run) {
-   if (run.empty())  // the write area may be null
-      return;
-   buffer.writePtr = text::put(buffer.getBuffer(run.size()), run);
-}
-
-}  // namespace
-
 RendererV2::RendererV2(OutputFormat_t format_, PrintBuffer* buffer_, bool buffered_)
       : Renderer(format_, buffer_, buffered_) {}
 
@@ -25,13 +15,13 @@ void RendererV2::writeQuotedString(const char* text) {
    bool escaped = false;  // an odd number of backslashes stands before the character
    for (size_t i = 0; i < all.size(); ++i) {
       if (all[i] == '"' && !escaped) {
-         write(*buffer, all.substr(runStart, i - runStart));
-         write(*buffer, "\\\"");
+         emit::copyIntoArea(*buffer, all.substr(runStart, i - runStart));
+         emit::copyIntoArea(*buffer, "\\\"");
          runStart = i + 1;
       }
       escaped = all[i] == '\\' && !escaped;
    }
-   write(*buffer, all.substr(runStart));
+   emit::copyIntoArea(*buffer, all.substr(runStart));
 }
 
 }  // namespace vorel

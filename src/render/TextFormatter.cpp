@@ -12,10 +12,7 @@ namespace {
 
 /** Writes text as it stands. */
 int unchanged(Renderer& to, std::string_view text) {
-   if (!to.buffered)
-      to.buffer->rawWrite(text.data(), text.size());
-   else if (!text.empty())
-      to.buffer->writePtr = text::put(to.buffer->getBuffer(text.size()), text);
+   emit::copy(to, text);
    return static_cast<int>(text.size());
 }
 
