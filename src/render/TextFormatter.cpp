@@ -52,14 +52,16 @@ char rebuild(char* out, std::string_view piece, int argLen) {
          out = text::put(out, "%%");
          ++at;
       } else if (c == '%') {
-         if (at != end && *at == '%') {
-            *out++ = *at++;
-            continue;
-         }
          text::Conversion conversion;
          const char* const begin = at;
          at = text::parseConversion(begin, conversion);
-         if (at == nullptr || letter != '\0')
+         if (at == nullptr)
+            return '\0';
+         if (conversion.letter == '%') {
+            out = text::put(out, {begin, static_cast<size_t>(at - begin)});
+            continue;
+         }
+         if (letter != '\0')
             return '\0';
          letter = conversion.letter;
          out = text::put(out, {begin, static_cast<size_t>(conversion.modifiers - begin)});

@@ -5,7 +5,7 @@
 
 namespace vorel::text {
 
-/** One conversion of a printf format that takes a single argument, taken apart. */
+/** One conversion of a printf format that takes a single argument or none, taken apart. */
 struct Conversion {
    enum Flag : unsigned {
       kLeft = 1,       // -
@@ -87,7 +87,8 @@ inline const char* parseModifier(const char* at, Conversion::Modifier& modifier)
 }  // namespace conversion
 
 /** Takes the conversion apart whose percent sign stands before `at`. Returns the place behind it,
- * or null when it is anything but flags, width, precision, one length modifier and a letter. */
+ * or null when it is anything but flags, width, precision, one length modifier and a letter. The
+ * letter can be a percent sign, which is printed and takes no argument. */
 inline const char* parseConversion(const char* at, Conversion& to) {
    if (*at <= '9') {  // not a letter yet
       at = conversion::parseFlags(at, to.flags);
@@ -100,6 +101,7 @@ inline const char* parseConversion(const char* at, Conversion& to) {
    at = conversion::parseModifier(at, to.modifier);
    to.letter = *at;
    switch (*at) {
+      case '%':
       case 'd':
       case 'i':
       case 'o':

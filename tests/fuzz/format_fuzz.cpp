@@ -146,7 +146,8 @@ std::string libraryText(const std::string& fmt, const Arguments& args) {
  * one that vorel_vfprintf does not read as printf does: "%zu", "%lo", or behind a backslash. With
  * `plain`, it is mostly one that the library makes by itself. */
 std::pair<std::string, uint64_t> piece(Input& input, bool all, bool plain) {
-   constexpr const char* kLiterals[] = {"", "", " ", ", rate ", "%%", "d%%s", "\n", "\\n", "\\"};
+   constexpr const char* kLiterals[] = {"",      "%05.3l%", " ",   ", rate ", "%%",
+                                        "d% %s", "\n",      "\\n", "\\"};
    constexpr const char* kModifiers[] = {"ll", "l", "", "h", "hh", "z", "j", "t"};
    constexpr const void* kStrings[] = {"",  "\xc3\xa9%d\\", "longer than some areas", nullptr,
                                        L"", L"w",           L"wide string",           nullptr};
