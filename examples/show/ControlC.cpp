@@ -49,8 +49,8 @@ void ControlC::watch() {
    while (!done_) {
       pressed_ = true;
       vorel_setInterrupted(renderer_);
-      // The mark is seen before and after a write; the signal ends one that waits for a slow
-      // reader. Both are repeated: a printer that is just being built takes the mark back, and a
+      // The flag is seen before and after a write; the signal ends one that waits for a slow
+      // reader. Both are repeated: a printer that is just being built resets the flag, and a
       // signal just before a write is lost.
       tgkill(getpid(), renderer_, SIGUSR1);
       const timespec pause = {0, 20'000'000};

@@ -21,7 +21,7 @@ void forward(vorel::Renderer* handle, void (vorel::Renderer::*member)(Parameter.
    try {
       (handle->*member)(arguments...);
    } catch (const vorel::SigIntException&) {
-      // The mark stays set, so the rest of the document is skipped.
+      // The interrupt flag stays set, so the rest of the document is skipped.
    }
 }
 

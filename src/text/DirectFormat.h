@@ -23,7 +23,7 @@ class Area {
    Area(char* out, char* limit) : out_(out), limit_(limit) {}
    char* out() const { return out_; }
 
-   bool put(char c) {
+   bool append(char c) {
       if (out_ == limit_)
          return false;
       *out_++ = c;
@@ -43,6 +43,8 @@ class Area {
    char* limit_;
 };
 
+// The functions that format one conversion return false when it is not made here.
+
 /** Takes the room for a text of `size` characters and pads it with blanks to the width. */
 inline char* takePadded(Area& area, const Conversion& conversion, size_t size) {
    const size_t width = conversion.width > 0 ? static_cast<size_t>(conversion.width) : 0;
@@ -56,7 +58,7 @@ inline char* takePadded(Area& area, const Conversion& conversion, size_t size) {
    return left ? field : field + (width - size);
 }
 
-inline bool putString(Area& area, const Conversion& conversion, const char* string) {
+inline bool formatString(Area& area, const Conversion& conversion, const char* string) {
    if (string == nullptr || (conversion.flags & ~unsigned{Conversion::kLeft}) != 0)
       return false;
    const size_t size = conversion.precision == Conversion::kUnset
@@ -69,7 +71,7 @@ inline bool putString(Area& area, const Conversion& conversion, const char* stri
    return true;
 }
 
-inline bool putCharacter(Area& area, const Conversion& conversion, int c) {
+inline bool formatCharacter(Area& area, const Conversion& conversion, int c) {
    if ((conversion.flags & ~unsigned{Conversion::kLeft}) != 0)
       return false;
    char* const out = takePadded(area, conversion, 1);
@@ -116,14 +118,16 @@ inline unsigned countBinaryDigits(uint64_t value, unsigned bitsEach) {
    return (static_cast<unsigned>(std::bit_width(value | 1)) + bitsEach - 1) / bitsEach;
 }
 
-/** Digits of a base that is a power of two. */
-inline void putBinaryDigits(char* out, uint64_t value, unsigned count, unsigned bitsEach,
-                            const char* digits) {
-   for (char* digit = out + count; digit != out; value >>= bitsEach)
+/** Puts the digits of a base that is a power of two. */
+inline char* putBinaryDigits(char* out, uint64_t value, unsigned count, unsigned bitsEach,
+                             const char* digits) {
+   char* const end = out + count;
+   for (char* digit = end; digit != out; value >>= bitsEach)
       *--digit = digits[value & ((1U << bitsEach) - 1)];
+   return end;
 }
 
-inline bool putInteger(Area& area, const Conversion& conversion, Prefix prefix, uint64_t value) {
+inline bool formatInteger(Area& area, const Conversion& conversion, Prefix prefix, uint64_t value) {
    unsigned bitsEach = 0;
    if (conversion.letter == 'o')
       bitsEach = 3;
@@ -157,18 +161,18 @@ inline bool putInteger(Area& area, const Conversion& conversion, Prefix prefix, 
 }
 
 template <class Arguments>
-bool putSigned(Area& area, const Conversion& conversion, Arguments& args) {
+bool formatSigned(Area& area, const Conversion& conversion, Arguments& args) {
    if ((conversion.flags & Conversion::kAlternate) != 0)
       return false;
    const int64_t value =
          conversion.modifier == Conversion::Modifier::none ? args.nextInt() : args.nextLong();
    const auto bits = static_cast<uint64_t>(value);
-   return putInteger(area, conversion, signOf(conversion, value < 0),
-                     value < 0 ? uint64_t{0} - bits : bits);
+   return formatInteger(area, conversion, signOf(conversion, value < 0),
+                        value < 0 ? uint64_t{0} - bits : bits);
 }
 
 template <class Arguments>
-bool putUnsigned(Area& area, const Conversion& conversion, Arguments& args) {
+bool formatUnsigned(Area& area, const Conversion& conversion, Arguments& args) {
    constexpr unsigned kSigns = Conversion::kPlus | Conversion::kSpace;
    if ((conversion.flags & kSigns) != 0 ||
        (conversion.letter == 'u' && (conversion.flags & Conversion::kAlternate) != 0))
@@ -176,7 +180,7 @@ bool putUnsigned(Area& area, const Conversion& conversion, Arguments& args) {
    const uint64_t value = conversion.modifier == Conversion::Modifier::none
                                 ? static_cast<unsigned>(args.nextInt())
                                 : static_cast<uint64_t>(args.nextLong());
-   return putInteger(area, conversion, {}, value);
+   return formatInteger(area, conversion, {}, value);
 }
 
 /** Whether the C library prints a double with a point, rounded to nearest. */
@@ -185,7 +189,7 @@ inline bool isPlainFloatEnvironment() {
    return point[0] == '.' && point[1] == '\0' && std::fegetround() == FE_TONEAREST;
 }
 
-inline bool putFixedPoint(Area& area, const Conversion& conversion, double value) {
+inline bool formatFixedPoint(Area& area, const Conversion& conversion, double value) {
    constexpr int kMostDigits = 9;
    const int precision = conversion.precision == Conversion::kUnset ? 6 : conversion.precision;
    FixedPoint fixed;
@@ -209,7 +213,7 @@ inline bool putFixedPoint(Area& area, const Conversion& conversion, double value
 }
 
 template <class Arguments>
-bool putConversion(Area& area, const Conversion& conversion, Arguments& args) {
+bool formatConversion(Area& area, const Conversion& conversion, Arguments& args) {
    using Modifier = Conversion::Modifier;
    const bool isPlain = conversion.modifier == Modifier::none;
    // Not before o, which addArgs takes for the size of its argument as it stands.
@@ -220,12 +224,12 @@ bool putConversion(Area& area, const Conversion& conversion, Arguments& args) {
       return false;
    switch (conversion.letter) {
       case 's':
-         return isPlain && putString(area, conversion, args.nextString());
+         return isPlain && formatString(area, conversion, args.nextString());
       case 'c':
-         return isPlain && putCharacter(area, conversion, args.nextInt());
+         return isPlain && formatCharacter(area, conversion, args.nextInt());
       case 'f':
       case 'F':
-         return isPlain && putFixedPoint(area, conversion, args.nextDouble());
+         return isPlain && formatFixedPoint(area, conversion, args.nextDouble());
       case 'd':
       case 'i':
       case 'u':
@@ -235,8 +239,8 @@ bool putConversion(Area& area, const Conversion& conversion, Arguments& args) {
          if (!isPlain && !isLong)
             return false;
          return conversion.letter == 'd' || conversion.letter == 'i'
-                      ? putSigned(area, conversion, args)
-                      : putUnsigned(area, conversion, args);
+                      ? formatSigned(area, conversion, args)
+                      : formatUnsigned(area, conversion, args);
       default:
          return false;
    }
@@ -262,13 +266,13 @@ template <bool Escapes, class Arguments>
          if (*fmt != '%') {
             Conversion conversion;
             fmt = parseConversion(fmt, conversion);
-            if (fmt == nullptr || !putConversion(area, conversion, args))
+            if (fmt == nullptr || !formatConversion(area, conversion, args))
                return nullptr;
             continue;
          }
          ++fmt;
       }
-      if (!area.put(c))
+      if (!area.append(c))
          return nullptr;
    }
    return area.out();

@@ -17,7 +17,7 @@ namespace number {
 __extension__ using Wide = unsigned __int128;
 
 /** 10^0 to 10^19. */
-inline constexpr auto kPowers = [] {
+inline constexpr auto kPowersOfTen = [] {
    std::array<uint64_t, 20> powers{};
    uint64_t power = 1;
    for (uint64_t& entry : powers) {
@@ -29,13 +29,13 @@ inline constexpr auto kPowers = [] {
 
 /** The least number with one digit more than the index: 0, and from there on a power of ten. */
 inline constexpr auto kLeast = [] {
-   auto least = kPowers;
+   auto least = kPowersOfTen;
    least[0] = 0;
    return least;
 }();
 
-inline constexpr uint32_t kEight = 100000000;
-inline constexpr uint64_t kSixteen = uint64_t{kEight} * kEight;
+inline constexpr uint32_t kTenTo8 = 100000000;
+inline constexpr uint64_t kTenTo16 = uint64_t{kTenTo8} * kTenTo8;
 inline constexpr uint64_t kZeros = 0x3030303030303030;  // '0' eight times
 
 // The first character of a text is the lowest byte of a word.
@@ -58,8 +58,8 @@ inline uint64_t lastOfEight(uint32_t value, unsigned count) {
 
 /** The same for the digits of a number below 10^16. */
 inline Wide lastOfSixteen(uint64_t value, unsigned count) {
-   const Wide digits = Wide{eightDigits(static_cast<uint32_t>(value % kEight))} << 64 |
-                       eightDigits(static_cast<uint32_t>(value / kEight));
+   const Wide digits = Wide{eightDigits(static_cast<uint32_t>(value % kTenTo8))} << 64 |
+                       eightDigits(static_cast<uint32_t>(value / kTenTo8));
    return digits >> (16 - count) * 8;
 }
 
@@ -88,9 +88,9 @@ inline unsigned countDigits(uint64_t value) {
 /** Writes a number in exactly `count` digits, which it has at most; returns their end. */
 inline char* putDigits(char* out, uint64_t value, unsigned count) {
    char* const end = out + count;
-   for (; count > 8; count -= 8, value /= number::kEight)
+   for (; count > 8; count -= 8, value /= number::kTenTo8)
       number::store(out + count - 8,
-                    number::eightDigits(static_cast<uint32_t>(value % number::kEight)));
+                    number::eightDigits(static_cast<uint32_t>(value % number::kTenTo8)));
    if (count == 0)
       return end;
    const uint64_t digits = number::lastOfEight(static_cast<uint32_t>(value), count);
@@ -120,14 +120,14 @@ char* putNumber(char* out, Integer value) {
       }
    }
    const unsigned count = countDigits(magnitude);
-   if (sizeof(Integer) == 4 && magnitude < number::kEight) {
+   if (sizeof(Integer) == 4 && magnitude < number::kTenTo8) {
       number::store(out, number::lastOfEight(static_cast<uint32_t>(magnitude), count));
-   } else if (magnitude < number::kSixteen) {
+   } else if (magnitude < number::kTenTo16) {
       number::store(out, number::lastOfSixteen(magnitude, count));
    } else {
-      const auto high = static_cast<uint32_t>(magnitude / number::kSixteen);
+      const auto high = static_cast<uint32_t>(magnitude / number::kTenTo16);
       number::store(out, number::lastOfEight(high, count - 16));
-      number::store(out + count - 16, number::lastOfSixteen(magnitude % number::kSixteen, 16));
+      number::store(out + count - 16, number::lastOfSixteen(magnitude % number::kTenTo16, 16));
    }
    return out + count;
 }
@@ -166,7 +166,7 @@ inline bool toFixedPoint(double number, unsigned digits, FixedPoint& to) {
    } else if (shift < 128) {  // otherwise it is far too small to leave a digit
       to.whole = shift < 64 ? mantissa >> shift : 0;
       const uint64_t fraction = shift < 64 ? mantissa & ((uint64_t{1} << shift) - 1) : mantissa;
-      const auto scale = static_cast<uint32_t>(number::kPowers[digits]);
+      const auto scale = static_cast<uint32_t>(number::kPowersOfTen[digits]);
       const Wide scaled = Wide{fraction} * scale;
       const Wide rest = scaled & ((Wide{1} << shift) - 1);
       const Wide half = Wide{1} << (shift - 1);
@@ -192,8 +192,8 @@ inline char* putNumber(char* out, double value) {
             .ptr;
    if (std::bit_cast<uint64_t>(value) >> 63 != 0)
       *out++ = '-';
-   out = fixed.whole < number::kEight ? putNumber(out, static_cast<uint32_t>(fixed.whole))
-                                      : putNumber(out, fixed.whole);
+   out = fixed.whole < number::kTenTo8 ? putNumber(out, static_cast<uint32_t>(fixed.whole))
+                                       : putNumber(out, fixed.whole);
    *out++ = '.';
    number::store(out, number::eightDigits(fixed.fraction * 100));
    return out + kDigits;

@@ -12,9 +12,9 @@ extern "C" {
 /** 1 when thread `tid` is marked interrupted, otherwise 0. */
 int vorel_isInterrupted(int tid);
 /** Marks thread `tid`; its next check throws SigIntException, as does every later one until the
- * mark is reset. Does not wake a thread that is blocked in a system call. */
+ * flag is reset. Does not wake a thread that is blocked in a system call. */
 void vorel_setInterrupted(int tid);
-/** Takes the mark of thread `tid` back. */
+/** Resets the flag of thread `tid`. */
 void vorel_resetInterrupted(int tid);
 /** Forgets thread `tid`: to be called at the end of a thread that was marked or reset, when nobody
  * marks it any more, since the kernel gives its id to a later thread. */

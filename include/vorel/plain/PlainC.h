@@ -36,7 +36,7 @@ extern "C" {
 vorel_OutputFormat stringToOutputFormat(const char* name);
 
 /** A renderer on descriptor `fd`, which stays the caller's and must not be 0. It is unbuffered:
- * each piece is written at once. Resets the interrupt mark of the calling thread. The caller
+ * each piece is written at once. Resets the interrupt flag of the calling thread. The caller
  * releases it with deinitPrinter. */
 vorel_Renderer* initPrinter(int fd, unsigned int format);
 /** Releases a renderer; null is ignored. Closes no document. */
@@ -71,17 +71,17 @@ int addFrills(vorel_Renderer* handle, const char* fmt, int unused, ...)
       __attribute__((__format__(__printf__, 2, 4)));
 
 #ifndef __cplusplus /* C++ has them from interrupt/SigIntException.h */
-/* The interrupt marks of threads, by kernel thread id. Not for signal handlers: they lock. */
-/** 1 when thread `tid` is marked, otherwise 0. */
+/* The interrupt flags of threads, by kernel thread id. Not for signal handlers: they lock. */
+/** 1 when thread `tid` is marked interrupted, otherwise 0. */
 int vorel_isInterrupted(int tid);
-/** Marks thread `tid`, or takes the mark back. */
+/** Sets the interrupt flag of thread `tid`, or resets it. */
 void vorel_setInterrupted(int tid);
 void vorel_resetInterrupted(int tid);
 /** Forgets a thread at its end: the kernel gives its id to a later one. */
 void vorel_delInterrupted(int tid);
 #endif
 
-/** For tests: the calling thread's own mark. */
+/** For tests: the calling thread's own flag. */
 void setInterruptedForTest(void);
 void resetInterruptedForTest(void);
 
