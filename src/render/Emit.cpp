@@ -14,6 +14,10 @@ void copy(Renderer& to, std::string_view text) {
       to.buffer->rawWrite(text.data(), text.size());
 }
 
+void copy(Renderer& to, char c) {
+   copy(to, std::string_view(&c, 1));
+}
+
 namespace {
 
 char* put(char* out, std::initializer_list<std::string_view> parts) {

@@ -60,7 +60,8 @@ class PieceRoom {
 /** Copies text as it stands. Unlike a piece it takes no byte for a NUL, and may be of any length.
  */
 void copy(Renderer& to, std::string_view text);
-/** The same, for a renderer that is buffered. */
+void copy(Renderer& to, char c);
+/** Copies text as a buffered renderer does. */
 void copyIntoArea(PrintBuffer& buffer, std::string_view text);
 /** Writes a piece that is put together from `parts`. */
 int piece(Renderer& to, std::initializer_list<std::string_view> parts);
@@ -69,7 +70,7 @@ inline void character(Renderer& to, char c) {
    PrintBuffer& buffer = *to.buffer;
    char* const out = buffer.writePtr;
    if (!to.buffered || out >= buffer.endPtr) [[unlikely]]
-      return copy(to, {&c, 1});
+      return copy(to, c);
    *out = c;
    buffer.writePtr = out + 1;
 }
