@@ -38,6 +38,10 @@ void Lock::throwFailedUnlock(int err) {
    throw std::system_error(err, std::generic_category(), "activity lock not released");
 }
 
+Lock& ActivityManagerSm::activityLock() {
+   return lock_;
+}
+
 ActivityManagerSm* ActivityImplFacility::activityManagerSm() {
    return &activityManager;
 }

@@ -1,5 +1,8 @@
 // The host framework, as far as the library needs it. A real host brings its own; this stand-in
 // lets the library be built, tested and used without one.
+//
+// What the library calls is defined in Orv.cpp, so that it is imported by name: inline, it would
+// compile the stand-in's fields into the library, which a real host has elsewhere.
 #pragma once
 
 #include <pthread.h>
@@ -53,7 +56,7 @@ class Lock {
 /** Owns the lock that a thread holds while it runs the framework's activities. */
 class ActivityManagerSm {
  public:
-   Lock& activityLock() { return lock_; }
+   Lock& activityLock();
 
  private:
    Lock lock_;
