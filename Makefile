@@ -1,7 +1,7 @@
 # The front door. Each target does its own set-up: missing Debian packages are installed when run
-# as root, and otherwise named.
+# as root, and otherwise named. How each build is configured stands in CMakePresets.json: the library,
+# its examples and its tests in build/, all others in folders of their own.
 
-BUILD := build
 JOBS := $(shell nproc)
 PREFIX := /usr/local
 BUILD_PACKAGES := cmake g++ make
@@ -9,36 +9,37 @@ BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev rapidjson-dev libfmt-dev nl
                   valgrind
 TEST_PACKAGES := $(BUILD_PACKAGES) jq libgtest-dev nlohmann-json3-dev locales pkg-config python3
 
-.PHONY: all demo test bench load docs fuzz coverage install configure packages-build \
-        packages-demo packages-test packages-bench packages-docs packages-fuzz packages-coverage \
-        clean
+.PHONY: all demo test bench load docs fuzz coverage install packages-build packages-demo \
+        packages-test packages-bench packages-docs packages-fuzz packages-coverage clean
 
-all: packages-build configure
-	@cmake --build $(BUILD) -j $(JOBS)
+all: packages-build
+	@cmake --preset default >/dev/null
+	@cmake --build build -j $(JOBS) --target Vorel vorel_examples
 
 # This machine's network interfaces, by one and the same code as text and as JSON.
 demo: packages-demo
-	@cmake -S . -B $(BUILD) -DVOREL_BUILD_TESTS=OFF >/dev/null
-	@cmake --build $(BUILD) -j $(JOBS) --target show >/dev/null
-	$(BUILD)/examples/show interfaces
-	$(BUILD)/examples/show interfaces --format json | jq .
+	@cmake --preset default >/dev/null
+	@cmake --build build -j $(JOBS) --target show >/dev/null
+	build/examples/show interfaces
+	build/examples/show interfaces --format json | jq .
 
-test: packages-test configure
-	@cmake --build $(BUILD) -j $(JOBS)
-	@ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+test: packages-test
+	@cmake --preset dev >/dev/null
+	@cmake --build build -j $(JOBS)
+	@ctest --test-dir build --output-on-failure -j $(JOBS)
 
 # The library beside what could be used instead of it. Takes about two minutes.
 bench: packages-bench
-	@cmake -S . -B $(BUILD) -DVOREL_BUILD_BENCH=ON -DVOREL_BUILD_TESTS=OFF >/dev/null
-	@cmake --build $(BUILD) -j $(JOBS) --target vorel_bench
-	@bench/run.sh $(BUILD)/bench/vorel_bench
+	@cmake --preset bench >/dev/null
+	@cmake --build build-bench -j $(JOBS)
+	@bench/run.sh build-bench/bench/vorel_bench
 
 # The library, its headers, and what CMake and pkg-config need to find it: under DESTDIR, to be used
 # from PREFIX or from wherever the folder is moved to.
 install: packages-build
-	@cmake -S . -B $(BUILD) -DCMAKE_INSTALL_PREFIX="$(PREFIX)" -DVOREL_BUILD_TESTS=OFF >/dev/null
-	@cmake --build $(BUILD) -j $(JOBS) --target Vorel
-	@DESTDIR="$(DESTDIR)" cmake --install $(BUILD)
+	@cmake --preset default >/dev/null
+	@cmake --build build -j $(JOBS) --target Vorel
+	@DESTDIR="$(DESTDIR)" cmake --install build --prefix "$(PREFIX)"
 
 # The API reference, from the headers: build/docs/html/index.html.
 docs: packages-docs
@@ -50,11 +51,9 @@ docs: packages-docs
 # is left in the build folder.
 FUZZ_SECONDS := 60
 fuzz: packages-fuzz
-	@cmake -S . -B $(BUILD)-fuzz -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-	   -DVOREL_SANITIZE=address,undefined -DVOREL_BUILD_FUZZ=ON -DVOREL_BUILD_TESTS=OFF \
-	   -DVOREL_BUILD_EXAMPLES=OFF >/dev/null
-	@cmake --build $(BUILD)-fuzz -j $(JOBS) >/dev/null
-	@seeds=$$PWD/tests/fuzz/corpus && cd $(BUILD)-fuzz && for target in document format txn; do \
+	@cmake --preset fuzz >/dev/null
+	@cmake --build build-fuzz -j $(JOBS) >/dev/null
+	@seeds=$$PWD/tests/fuzz/corpus && cd build-fuzz && for target in document format txn; do \
 	   mkdir -p corpus/$$target && \
 	   tests/fuzz/$${target}_fuzz corpus/$$target $$seeds/$$target -max_total_time=$(FUZZ_SECONDS) \
 	      -max_len=600 -verbosity=0 -print_funcs=0 -print_final_stats=1 || exit 1; \
@@ -62,36 +61,33 @@ fuzz: packages-fuzz
 
 # How much of the library's code the tests reach, by lines and by branches.
 coverage: packages-coverage
-	@cmake -S . -B $(BUILD)-coverage -DCMAKE_BUILD_TYPE=Debug \
-	   -DCMAKE_CXX_FLAGS="--coverage -fprofile-update=atomic" >/dev/null
-	@cmake --build $(BUILD)-coverage -j $(JOBS) >/dev/null
-	@find $(BUILD)-coverage -name '*.gcda' -delete
-	@ctest --test-dir $(BUILD)-coverage -j $(JOBS) --output-on-failure | tail -n 4
-	@gcovr --root . --filter src/ --exclude-throw-branches $(BUILD)-coverage
-	@gcovr --root . --filter src/ --exclude-throw-branches --branches $(BUILD)-coverage
+	@cmake --preset coverage >/dev/null
+	@cmake --build build-coverage -j $(JOBS) >/dev/null
+	@find build-coverage -name '*.gcda' -delete
+	@ctest --test-dir build-coverage -j $(JOBS) --output-on-failure | tail -n 4
+	@gcovr --root . --filter src/ --exclude-throw-branches build-coverage
+	@gcovr --root . --filter src/ --exclude-throw-branches --branches build-coverage
 
 # A thousand clients at once on the example session_server, many of them unkind.
-load: packages-test configure
-	@cmake --build $(BUILD) -j $(JOBS) --target session_server session_load >/dev/null
-	$(BUILD)/bench/load/session_load $(BUILD)/examples/session_server 1000 50 check-memory
-
-configure:
-	@cmake -S . -B $(BUILD) -DVOREL_BUILD_TESTS=ON >/dev/null
+load: packages-test
+	@cmake --preset dev >/dev/null
+	@cmake --build build -j $(JOBS) --target session_server session_load >/dev/null
+	build/bench/load/session_load build/examples/session_server 1000 50 check-memory
 
 packages-build:
-	@cmake/need-packages $(BUILD_PACKAGES)
+	@tools/need-packages $(BUILD_PACKAGES)
 packages-demo:
-	@cmake/need-packages $(BUILD_PACKAGES) jq
+	@tools/need-packages $(BUILD_PACKAGES) jq
 packages-test:
-	@cmake/need-packages $(TEST_PACKAGES)
+	@tools/need-packages $(TEST_PACKAGES)
 packages-fuzz:
-	@cmake/need-packages $(BUILD_PACKAGES) clang libclang-rt-dev libgtest-dev nlohmann-json3-dev
+	@tools/need-packages $(BUILD_PACKAGES) clang libclang-rt-dev libgtest-dev nlohmann-json3-dev
 packages-coverage:
-	@cmake/need-packages $(TEST_PACKAGES) gcovr
+	@tools/need-packages $(TEST_PACKAGES) gcovr
 packages-docs:
-	@cmake/need-packages doxygen
+	@tools/need-packages doxygen
 packages-bench:
-	@cmake/need-packages $(BENCH_PACKAGES)
+	@tools/need-packages $(BENCH_PACKAGES)
 
 clean:
-	rm -rf $(BUILD)
+	rm -rf build build-*

@@ -17,7 +17,8 @@ if(NOT VOREL_ORV_ROOT)
 endif()
 install(TARGETS ${targets} EXPORT VorelTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
-configure_file(cmake/VorelConfig.cmake.in VorelConfig.cmake @ONLY)
+configure_package_config_file(cmake/VorelConfig.cmake.in ${PROJECT_BINARY_DIR}/VorelConfig.cmake
+                              INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO)
 configure_file(cmake/HostFramework.cmake HostFramework.cmake COPYONLY)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/VorelConfigVersion.cmake
                                  COMPATIBILITY SameMajorVersion)
