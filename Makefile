@@ -2,6 +2,7 @@
 # as root, and otherwise named. How each build is configured stands in CMakePresets.json: the library,
 # its examples and its tests in build/, all others in folders of their own.
 
+MAKEFLAGS += --no-print-directory
 JOBS := $(shell nproc)
 PREFIX := /usr/local
 BUILD_PACKAGES := cmake g++ make
