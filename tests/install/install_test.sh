@@ -80,10 +80,8 @@ test_consumers() {
    build from_build "$consumers/cxx" -DVorel_DIR="$build"
    expect_cxx "$work/from_build/consumer"
 
-   local other
-   for other in g++ clang++; do
-      [[ $other != "$(basename "$CXX")" ]] && command -v "$other" >"$work/log" && break
-   done
+   local other=g++
+   [[ $CXX == *clang++* ]] || other=$(command -v clang++) || other=$CXX
    package_of "$prefix" "$prefix/lib"
    quietly "$other" -std=c++20 -O2 -no-pie "${flags[@]}" "${compile[@]}" \
       "$consumers/cxx/main.cpp" -o "$work/cxx" "${link[@]}"
@@ -132,7 +130,7 @@ runs_on_host() {
    package_of "$1" "$host/lib"
    quietly "$CXX" -std=c++17 "${flags[@]}" -I"$host/include" "${compile[@]}" \
       "$consumers/cxx/host.cpp" -o "$work/on_host" "${link[@]}"
-   LD_LIBRARY_PATH=$host/lib "$work/on_host" || fail "the library in $1 does not fit the host"
+   LD_LIBRARY_PATH=$host/lib "$work/on_host" || fail "the library in $1 on a host: status $?"
 }
 
 # The library runs on any host, and can be built for one: nothing of the stand-in is used then.

@@ -61,8 +61,10 @@ void catchInLibrary(Function* function) {
 
 bool exceptionsCross(const char* pluginFile) {
    void* const plugin = dlopen(pluginFile, RTLD_NOW | RTLD_LOCAL);
-   if (plugin == nullptr)
-      return std::fprintf(stderr, "%s\n", dlerror()), false;
+   if (plugin == nullptr) {
+      std::puts(dlerror());
+      return false;
+   }
    auto* const throwInPlugin = reinterpret_cast<Function*>(dlsym(plugin, "throwInPlugin"));
    auto* const catchInPlugin =
          reinterpret_cast<bool (*)(Function*)>(dlsym(plugin, "catchInPlugin"));
