@@ -9,6 +9,7 @@ build=$(realpath "$2")
 consumers=$source/tests/install
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+cd "$work"  # a place without headers
 unset CFLAGS CXXFLAGS LDFLAGS LD_LIBRARY_PATH
 flags=(-Wall -Wextra -Wpedantic -Werror)
 prefix=$work/elsewhere/vorel
