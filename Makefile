@@ -69,11 +69,11 @@ coverage: packages-coverage
 	@gcovr --root . --filter src/ --exclude-throw-branches build-coverage
 	@gcovr --root . --filter src/ --exclude-throw-branches --branches build-coverage
 
-# A thousand clients at once on the example session_server, many of them unkind.
+# A thousand clients at once on the example poll_server, many of them unkind.
 load: packages-test
 	@cmake --preset dev >/dev/null
-	@cmake --build build -j $(JOBS) --target session_server session_load >/dev/null
-	build/bench/load/session_load build/examples/session_server 1000 50 check-memory
+	@cmake --build build -j $(JOBS) --target poll_server >/dev/null
+	tests/load/poll_server_load.py build/examples/poll_server 1000
 
 packages-build:
 	@tools/need-packages $(BUILD_PACKAGES)
