@@ -36,8 +36,8 @@ namespace {
 
 constexpr size_t kHeaderSize = 14;
 constexpr size_t kMaxLine = 1024;
-constexpr size_t kMaxUnsent = 64 * 1024;  // with more to read, a client gets no command run
-constexpr int kPause = 100;               // milliseconds
+constexpr size_t kMaxUnsent = 65536;  // with more to read, a client gets no command run
+constexpr int kPause = 100;           // milliseconds
 
 /** Whether a system call succeeded; false when it can be tried again. Throws all other errors. */
 bool succeeded(ssize_t result, const std::string& what) {

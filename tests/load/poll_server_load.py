@@ -6,8 +6,8 @@ of an answer.
 usage: poll_server_load.py SERVER CLIENTS [sanitized]
 
 Sanitizers need memory and descriptors of their own; the bounds on those are then not checked."""
-import atexit, collections, contextlib, json, os, random, re, resource, selectors, signal
-import socket, subprocess, sys, tempfile, time
+import atexit, collections, contextlib, fcntl, json, os, random, re, resource, selectors, signal
+import socket, subprocess, sys, tempfile, termios, time
 
 PROGRAM, CLIENTS, SANITIZED = sys.argv[1], int(sys.argv[2]), "sanitized" in sys.argv
 DEADLINE = time.monotonic() + 90
@@ -61,12 +61,13 @@ class Server:
         return len(os.listdir(self.proc + "fd"))
 
     def is_idle(self):
-        times = []
+        states = []
         for pause in 0.3, 0:
             with open(self.proc + "stat") as stat:
-                times.append(stat.read().split()[13:15])
+                fields = stat.read().split()
+            states.append((fields[2], *fields[13:15]))  # processor time
             time.sleep(pause)
-        return times[0] == times[1]
+        return states[0] == states[1] and states[0][0] == "S"  # sleeping
 
     def stop(self, number=signal.SIGTERM):
         self.process.send_signal(number)
@@ -224,9 +225,14 @@ def check_end(server):
     lines = STALLED // len(expected[MOUNTS][1]) + 1
     client.sendall(MOUNTS * lines)
     wait_until(server.is_idle, "the server waits for its reader")
+    in_kernel = int.from_bytes(fcntl.ioctl(client, termios.FIONREAD, bytes(4)), sys.byteorder)
     server.process.send_signal(signal.SIGTERM)
+    wait_until(lambda: not os.path.exists(server.path), "the server takes notice")
+    time.sleep(0.2)
     answers = receive(client)
-    assert 0 < len(answers) < lines, "a client that does not read is not held back"
+    assert len(answers) < lines, "a client that does not read is not held back"
+    size = sum(14 + len(body) for _, body in answers)
+    assert size > in_kernel + MAX_UNSENT, "the server has not sent what it had printed"
     for answer in answers:
         check_answer(MOUNTS, answer)
     server.stop()
