@@ -5,9 +5,10 @@ function(vorel_target_faults name)
   target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/Faults.cpp $<TARGET_OBJECTS:Vorel>)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/include
                              ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tests/support)
-  target_link_libraries(${name} PRIVATE Vorel::orv GTest::gtest)
+  target_link_libraries(${name} PRIVATE Vorel::orv)
   target_compile_definitions(${name} PRIVATE TEST_SANITIZERS="${VOREL_SANITIZE}")
-  foreach(call malloc free write pthread_mutex_lock pthread_mutex_unlock fstat getsockopt ioctl)
+  foreach(call malloc free write pthread_mutex_lock pthread_mutex_unlock fstat getsockopt ioctl
+               vsnprintf)
     target_link_options(${name} PRIVATE -Wl,--wrap=${call})
   endforeach()
 endfunction()

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "Recording.h"
+#include "RecordingBuffer.h"
 
 /** What an operation does to the comma, a closing one before it writes, or late; or that it
  * flushes. */

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cfenv>
 #include <cstdio>
 #include <set>
 #include <stdexcept>
@@ -11,7 +12,7 @@
 #include <utility>
 
 #include "Input.h"
-#include "Recording.h"
+#include "RecordingBuffer.h"
 
 using namespace vorel;
 
@@ -89,8 +90,11 @@ void anyBytes(Input& input) {
    const Scan expected = model(fmt, scan);
    if (expected.count > kMaxConversions)
       return;
-   const std::vector<char> held(fmt.c_str(), fmt.c_str() + fmt.size() + 1);  // nothing behind it
-   scan.count = getArgLenList(held.data(), scan.sizes.data(), scan.ends.data(), scan.floats.data());
+   // Behind it is nothing, and before it what would escape a percent sign of its own.
+   const std::string escaping = '\\' + fmt;
+   const std::vector<char> memory(escaping.c_str(), escaping.c_str() + escaping.size() + 1);
+   const char* const held = memory.data() + 1;
+   scan.count = getArgLenList(held, scan.sizes.data(), scan.ends.data(), scan.floats.data());
    require(scan == expected, "scan", fmt);
 
    const auto count = static_cast<size_t>(scan.count);
@@ -104,8 +108,7 @@ void anyBytes(Input& input) {
    for (const size_t area : {0U, 3U, 4000U}) {
       RecordingBuffer buffer(area);
       Renderer renderer(outputFormatJson, &buffer, area != 0);
-      const auto [length, next] =
-            callWith(renderer, &Renderer::vorel_vfprintf, held.data(), args.all());
+      const auto [length, next] = callWith(renderer, &Renderer::vorel_vfprintf, held, args.all());
       // A wide character that the locale does not have ends the call.
       require(length < 0 || next == args.words[asItStands ? 0 : count], "arguments read", fmt);
       require(!asItStands || buffer.output() == fmt, "text as it stands", fmt);
@@ -124,7 +127,7 @@ void anyBytes(Input& input) {
       const int length = std::apply(
             [&](auto... each) { return other.addAttributesJson(scan.count, each...); }, args.all());
       const Outcome outcome =
-            callWith(json, &Renderer::addJsonAttributesNoArgCount, held.data(), args.all());
+            callWith(json, &Renderer::addJsonAttributesNoArgCount, held, args.all());
       require(outcome == Outcome(length, args.words[count]) && uncounted.calls == counted.calls &&
                     uncounted.output() == counted.output(),
               "JSON", fmt);
@@ -213,8 +216,9 @@ Outcome print(Renderer& to, size_t operation, const char* fmt, const Arguments& 
 }
 
 void conversions(Input& input) {
-   const size_t operation = input.below(4);
+   const size_t choice = input.byte(), operation = choice % 4;
    const bool whole = operation != 0, plain = input.byte() % 2 != 0;
+   std::fesetround(choice / 4 % 8 == 1 ? FE_UPWARD : FE_TONEAREST);
    std::string fmt;
    Arguments args;
    std::vector<std::string> texts;

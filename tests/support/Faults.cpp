@@ -72,6 +72,7 @@ int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
 int __real_fstat(int fd, struct stat* status);
 int __real_getsockopt(int fd, int level, int name, void* value, socklen_t* size);
 int __real_ioctl(int fd, unsigned long request, void* argument);
+int __real_vsnprintf(char* out, size_t room, const char* fmt, va_list args);
 
 void* __wrap_malloc(size_t size) {
    void* const block = Faults::meet(Fault::kAllocation) == nullptr ? __real_malloc(size) : nullptr;
@@ -123,6 +124,10 @@ int __wrap_getsockopt(int fd, int level, int name, void* value, socklen_t* size)
 }
 int __wrap_ioctl(int fd, unsigned long request, void* argument) {
    return fails(Fault::kIoctl) ? -1 : __real_ioctl(fd, request, argument);
+}
+int __wrap_vsnprintf(char* out, size_t room, const char* fmt, va_list args) {
+   const Fault* const fault = Faults::meet(Fault::kFormat);
+   return fault == nullptr ? __real_vsnprintf(out, room, fmt, args) : fault->error;
 }
 
 }  // extern "C"

@@ -1,17 +1,14 @@
 #include <vorel/plain/PlainC.h>
 
 #include <dlfcn.h>
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string>
 
-#include <vorel/buffers/VorelBuffer.h>
-#include <vorel/render/Printer.h>
-#include "Recording.h"
+#include "RecordingBuffer.h"
+#include "Resources.h"
 
 using namespace vorel;
 
@@ -21,8 +18,6 @@ struct Deinit {
    void operator()(vorel_Renderer* handle) const { deinitPrinter(handle); }
 };
 using Handle = std::unique_ptr<vorel_Renderer, Deinit>;
-
-class PlainCTest : public InterruptingTest {};
 
 /** A document with all there is. */
 void printDocument(vorel_Renderer* to) {
@@ -44,19 +39,17 @@ void printDocument(vorel_Renderer* to) {
    end(to);
 }
 
-TEST_F(PlainCTest, WritesEachPieceAtOnce) {
-   int ends[2];
-   ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends), 0);
-   const Descriptor reader(ends[0]), writer(ends[1]);
+TEST(PlainC, WritesEachPieceAtOnce) {
+   const Pipe packets(
+         [](int* ends) { return socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends); });
    const auto writes = [&] {
-      Calls packets;
-      char packet[100];
-      for (ssize_t got = 0; (got = read(reader, packet, sizeof packet)) > 0;)
-         packets.emplace_back(packet, static_cast<size_t>(got));
-      return packets;
+      Calls all;
+      for (std::string packet; !(packet = packets.readSome()).empty();)
+         all.push_back(packet);
+      return all;
    };
    setInterrupted();
-   const Handle json(initPrinter(writer, outputFormatJson));
+   const Handle json(initPrinter(packets.writer, outputFormatJson));
    EXPECT_FALSE(isInterrupted());
    start(json.get());
    end(json.get());
@@ -64,53 +57,30 @@ TEST_F(PlainCTest, WritesEachPieceAtOnce) {
    printDocument(json.get());
    EXPECT_EQ(writes(), (Calls{"{", "\"list\":[", "{", "}", "]", ",", "\"model\":{", "}", ",",
                               "\"dict\":{", "\"k\":", "{", "}", "}", "}", "\n"}));
-   const Handle text(initPrinter(writer, outputFormatText));
+   const Handle text(initPrinter(packets.writer, outputFormatText));
    printDocument(text.get());
    EXPECT_EQ(writes(), (Calls{"Title:\n"}));
    setInterruptedForTest();
    EXPECT_EQ(addFrills(text.get(), "%d", 0, 1), -1);
    EXPECT_EQ(addFrills(json.get(), "%d", 0, 1), 0);
    EXPECT_EQ(writes(), Calls{});
+   resetInterruptedForTest();
+
+   RecordingBuffer buffer(10);
+   Renderer buffered(outputFormatText, &buffer, true);
+   ioflush(&buffered);
+   EXPECT_EQ(buffer.calls, Calls{"flush"});
 }
 
-/** A buffer that, while it makes room for a text, makes the text longer. */
-struct LengtheningBuffer : RecordingBuffer {
-   char text[100] = "123456789";
-   int error = 0;
-   LengtheningBuffer() : RecordingBuffer(5) {}
-   void allocateSpace(size_t count) override {
-      RecordingBuffer::allocateSpace(count);
-      std::strcat(text, "123456789");
-      errno = error;
-   }
-};
-
-TEST_F(PlainCTest, ASecondFailureForLackOfAReaderIsNotFatal) {
-   LengtheningBuffer buffer;
-   Renderer text(outputFormatText, &buffer, true);
-   buffer.error = EPIPE;
-   EXPECT_EQ(addFrills(&text, "%s", 0, buffer.text), -1);
-   EXPECT_EQ(buffer.calls, (Calls{"allocate 10", "allocate 19"}));
-   EXPECT_THROW(text.addFrills("%s", buffer.text), SigIntException);
+TEST(PlainC, FormatsByName) {
+   EXPECT_EQ(stringToOutputFormat("text"), outputFormatText);
+   EXPECT_EQ(stringToOutputFormat("json"), outputFormatJson);
+   for (const char* word : {"", "JSON", "Text", "json ", "text ", "tex", "attr"})
+      EXPECT_EQ(stringToOutputFormat(word), outputFormatUnknown) << word;
+   EXPECT_EQ(stringToOutputFormat(nullptr), outputFormatUnknown);
 }
 
-TEST(PlainCDeathTest, AnyOtherSecondFailureIsReported) {
-   const std::string stop =
-         report("0", "PlainC", 196, "int addFrills(vorel::Renderer*, const char*, int, ...)");
-   LengtheningBuffer buffer;
-   Renderer text(outputFormatText, &buffer, true), aside(outputFormatText, &buffer, false);
-   buffer.error = ENOSPC;
-   Pipe pipe;
-   // In the "C" locale there is no such character.
-   EXPECT_DEATH((dup2(pipe.writer, STDOUT_FILENO), addFrills(&aside, "%lc", 0, wint_t{0x20ac})),
-                stop);
-   EXPECT_DEATH((dup2(pipe.writer, STDOUT_FILENO), addFrills(&text, "%s", 0, buffer.text)), stop);
-   EXPECT_EQ(pipe.finish(),
-             std::string("vorel '%lc' longer than buffer (error: ") + std::strerror(EILSEQ) +
-                   ")\nvorel '%s' longer than buffer (error: " + std::strerror(ENOSPC) + ")\n");
-}
-
-TEST_F(PlainCTest, EndReachesTheLibrary) {
+TEST(PlainC, EndReachesTheLibrary) {
    using End = void (*)(vorel_Renderer*);
    const auto find = [](const char* library, const char* name) {
       void* const loaded = dlopen(library, RTLD_NOW);
