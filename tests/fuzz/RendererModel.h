@@ -7,7 +7,6 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "RecordingBuffer.h"
@@ -23,44 +22,12 @@ struct Step {
    Calls pieces;
    std::optional<std::string> text = {};
    bool silentInText = true;  // or writes its JSON there too
-};
 
-inline Step plain(Effect effect, void (vorel::Renderer::*run)(), Calls pieces) {
-   return {effect, [=](vorel::Renderer& to) { return (to.*run)(), 0; }, std::move(pieces)};
-}
-inline Step opens(void (vorel::Renderer::*run)(const char*), const char* name,
-                  const std::string& piece) {
-   return {kOpens, [=](vorel::Renderer& to) { return (to.*run)(name), 0; }, {piece}};
-}
-template <class Info, class Value>
-Step entry(void (vorel::Renderer::*run)(const Info&), Value key, const std::string& piece) {
-   return {kOpens, [=](vorel::Renderer& to) { return (to.*run)(Info("unused", key)), 0; }, {piece}};
-}
-template <class Info = vorel::Attr32Info, class Value>
-Step member(const char* name, Value value, const std::string& piece) {
-   const auto run = [=](vorel::Renderer& to) {
-      const Info info(name, value);
-      return to.addAttributesJson(1, &info);
-   };
-   return {kItems, run, {piece}};
-}
-inline Step frill(const std::string& text) {
-   return {kKeeps,
-           [=](vorel::Renderer& to) { return to.addFrills("%s|", text.c_str()); },
-           {},
-           text + "|"};
-}
-inline Step wrappedFrill(const std::string& text) {
-   const auto run = [=](vorel::Renderer& to) {
-      const int result = addVaFrills(to, "%s|", text.c_str());
-      return result == -1 ? addVaFrills(to, "%s|", text.c_str()) : result;
-   };
-   return {kKeeps, run, {}, text + "|"};
-}
-inline Step inText(Step step) {
-   step.silentInText = false;
-   return step;
-}
+   /** Any format but text and JSON stops the process at frills and attributes. */
+   bool isFor(vorel::OutputFormat_t format) const {
+      return format != vorel::outputFormatUnknown || !text;
+   }
+};
 
 /** What the steps must do to a buffer whose areas have `size` bytes, and to the renderer. */
 struct Model {
@@ -78,7 +45,6 @@ struct Model {
       if (step.effect == kFlushes) {
          call("flush");
          free = size;
-         return 0;
       }
       if (format == vorel::outputFormatText && step.silentInText)
          return step.text ? formatted(*step.text) : 0;
@@ -92,8 +58,7 @@ struct Model {
             firstItem = step.effect == kOpens;
          }
          // Brackets and the bare words are copied; everything else is formatted with its NUL.
-         if (text.find_first_not_of("{}[]\n") == std::string::npos || text == "true" ||
-             text == "false")
+         if (text.find_first_not_of("{}[]\n") == text.npos || text == "true" || text == "false")
             copied(text);
          else
             result = formatted(text);
@@ -101,6 +66,27 @@ struct Model {
       if (step.effect == kClosesLate)
          firstItem = false;
       return step.effect == kItems ? result : 0;
+   }
+
+   /** Text that the buffer gets without a NUL. */
+   void copied(const std::string& text) {
+      if (buffered) {
+         room(text.size());
+         free -= text.size();
+      } else {
+         call("write " + text);
+      }
+      output += text;
+   }
+
+   /** Text that is formatted with a NUL behind it. */
+   int formatted(const std::string& text) {
+      if (buffered)
+         room(1);
+      if (buffered && text.size() >= free)
+         room(text.size() + 1);
+      copied(text);
+      return static_cast<int>(text.size());
    }
 
  private:
@@ -115,34 +101,7 @@ struct Model {
       call("allocate " + std::to_string(count));
       free = std::max(count, size);
    }
-   void copied(const std::string& text) {
-      if (buffered) {
-         room(text.size());
-         free -= text.size();
-      } else {
-         call("write " + text);
-      }
-      output += text;
-   }
-   int formatted(const std::string& text) {
-      const int length = static_cast<int>(text.size());
-      if (!buffered) {
-         copied(text);
-         return length;
-      }
-      room(1);
-      if (text.size() >= free)
-         room(text.size() + 1);
-      free -= text.size();
-      output += text;
-      return length;
-   }
 };
-
-/** Whether a format takes the step: any but text and JSON stops at frills and addAttributes. */
-inline bool takes(vorel::OutputFormat_t format, const Step& step) {
-   return format != vorel::outputFormatUnknown || !step.text;
-}
 
 /** Does the steps beside the model, up to the first call that fails. Returns the first difference,
  * empty if there is none. */
@@ -158,7 +117,7 @@ inline std::string compare(const std::vector<Step>& steps, Model model) {
    buffer.failingCall = model.failingCall;
    vorel::Renderer renderer(model.format, &buffer, model.buffered);
    for (const Step& step : steps) {
-      if (!takes(model.format, step))
+      if (!step.isFor(model.format))
          continue;
       const int expected = resultOf([&] { return model.run(step); });
       const int result = resultOf([&] { return step.run(renderer); });

@@ -1,16 +1,11 @@
 // Random documents. Whatever the calls are, the calls on the buffer and the output are those that a
 // model predicts. What is properly nested under valid names is JSON, in which an independent parser
-// finds the values that were put in. Through the other buffers the output is the same, and that of
-// an interrupted or failing one a prefix of it.
-#include <cerrno>
+// finds the values that were put in.
 #include <deque>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include <vorel/buffers/NonBlockingCliTxnBuffer.h>
-#include <vorel/buffers/VorelBuffer.h>
 #include <vorel/render/RendererV2.h>
-#include "Faults.h"
 #include "Input.h"
 #include "RendererModel.h"
 
@@ -18,9 +13,6 @@ using namespace vorel;
 using Json = nlohmann::ordered_json;
 
 namespace {
-
-constexpr int kNowhere = 1000;     // a descriptor: the sink gets what is written
-constexpr size_t kLongest = 1400;  // more than any piece
 
 /** A call without a name. */
 struct Plain {
@@ -44,12 +36,28 @@ const Plain kEndDictEntry{kCloses, &Renderer::endDictEntry, {"}"}};
 const Plain kEndSimple{kCloses, &Renderer::endSimpleDictEntry, {}};
 const Plain kObject{kOpens, &Renderer::startObj, {"{"}, false};
 const Plain kEndObject{kCloses, &Renderer::endObj, {"}"}, false};
-const Named kList{&Renderer::startList, "\":[", {kClosesLate, &Renderer::endList, {"]"}}};
+const Plain kFlush{kFlushes, &Renderer::ioflush, {}};
+const Named kList{&Renderer::startList, ":[", {kClosesLate, &Renderer::endList, {"]"}}};
 const Named kObjects[] = {
-      {&Renderer::startDict, "\":{", {kCloses, &Renderer::endDict, {"}"}}},
-      {&Renderer::startSubmodel, "\":{", {kCloses, &Renderer::endSubmodel, {"}"}}},
-      {&Renderer::startObj, "\":{", kEndObject, false}};
-const Named kSimple{&Renderer::startSimpleObj, "\":", kEndSimple, false};
+      {&Renderer::startDict, ":{", {kCloses, &Renderer::endDict, {"}"}}},
+      {&Renderer::startSubmodel, ":{", {kCloses, &Renderer::endSubmodel, {"}"}}},
+      {&Renderer::startObj, ":{", kEndObject, false}};
+const Named kSimple{&Renderer::startSimpleObj, ":", kEndSimple, false};
+
+/** What the C library's "%s" prints. */
+std::string shown(const char* text) {
+   return text == nullptr ? "(null)" : text;
+}
+/** A value as JSON has it. */
+std::string textOf(const char* value) {
+   return '"' + shown(value) + '"';
+}
+std::string textOf(bool value) {
+   return value ? "true" : "false";
+}
+std::string textOf(auto number) {
+   return std::to_string(number);
+}
 
 struct Document {
    std::vector<Step> steps;
@@ -68,19 +76,16 @@ struct Document {
 
  private:
    void add(const Plain& call) {
-      steps.push_back(plain(call.effect, call.run, call.pieces));
-      steps.back().silentInText = call.silentInText;
+      const auto run = [run = call.run](Renderer& to) { return (to.*run)(), 0; };
+      steps.push_back({call.effect, run, call.pieces, {}, call.silentInText});
    }
    /** Returns the name. */
    std::string add(const Named& call) {
       const char* const name = text();
-      steps.push_back(opens(call.run, name, "\"" + shown(name) + call.opening));
-      steps.back().silentInText = call.silentInText;
+      const auto run = [name, run = call.run](Renderer& to) { return (to.*run)(name), 0; };
+      steps.push_back({kOpens, run, {textOf(name) + call.opening}, {}, call.silentInText});
       return shown(name);
    }
-
-   /** As the C library's "%s" prints it. */
-   static std::string shown(const char* text) { return text == nullptr ? "(null)" : text; }
 
    /** Some text, which lives as long as the document: any bytes but NUL, now and then many or a
     * null pointer; or what needs no escape. */
@@ -96,49 +101,48 @@ struct Document {
    }
 
    /** Adds a value under a name, or a bare one. */
-   template <class Info = Attr32Info, class Value>
-   Json value(const char* name, Value value, const std::string& text) {
-      Json result;
-      if constexpr (!std::is_pointer_v<Value>)
-         result = value;
+   template <class Info, class Value>
+   Json value(const char* name, Value value) {
+      const auto run = [=](Renderer& to) {
+         const Info info(name, value);
+         return to.addAttributesJson(1, &info);
+      };
+      const std::string key = shown(name).empty() ? "" : textOf(name) + ":";
+      steps.push_back({kItems, run, {key + textOf(value)}});
+      if constexpr (std::is_pointer_v<Value>)
+         return shown(value);
       else
-         result = shown(value);
-      const std::string key = shown(name).empty() ? "" : "\"" + shown(name) + "\":";
-      steps.push_back(member<Info>(name, value, key + text));
-      return result;
+         return value;
    }
    Json anyValue(const char* name) {
       const uint64_t bits = input_.word();
       const auto number = static_cast<int32_t>(bits);
-      const auto count = static_cast<uint32_t>(bits);
-      const double decimal = static_cast<double>(static_cast<int64_t>(bits)) / 64;  // six digits
-      const float small = static_cast<float>(number % 100000) / 16;
-      const char* string = nullptr;
       switch (input_.below(7)) {
          case 0:
-            return value(name, number, std::to_string(number));
+            return value<Attr32Info>(name, number);
          case 1:
-            return value(name, count, std::to_string(count));
+            return value<Attr32Info>(name, static_cast<uint32_t>(bits));
          case 2:
-            return value<Attr64Info>(name, bits, std::to_string(bits));
+            return value<Attr64Info>(name, bits);
          case 3:
-            return value(name, number < 0, number < 0 ? "true" : "false");
-         case 4:
-            return value<Attr64Info>(name, decimal, std::to_string(decimal));
+            return value<Attr32Info>(name, number < 0);
+         case 4:  // which six digits show exactly
+            return value<Attr64Info>(name, static_cast<double>(static_cast<int64_t>(bits)) / 64);
          case 5:
-            return value(name, small, std::to_string(small));
+            return value<Attr32Info>(name, static_cast<float>(number % 100000) / 16);
          default:
-            string = text();
-            return value(name, string, "\"" + shown(string) + "\"");
+            return bits % 2 == 0 ? value<Attr32Info>(name, text())
+                                 : value<Attr64Info>(name, text());
       }
    }
 
    template <class Info, class Key>
    std::string key(bool simple, Key key, const std::string& text) {
-      void (Renderer::*const nested)(const Info&) = &Renderer::startDictEntry;
-      void (Renderer::*const item)(const Info&) = &Renderer::startSimpleDictEntry;
-      steps.push_back(
-            entry<Info>(simple ? item : nested, key, "\"" + text + (simple ? "\":" : "\":{")));
+      const auto run = [=](Renderer& to) {
+         const Info info("unused", key);
+         return simple ? to.startSimpleDictEntry(info) : to.startDictEntry(info), 0;
+      };
+      steps.push_back({kOpens, run, {'"' + text + (simple ? "\":" : "\":{")}});
       return text;
    }
    /** Opens an entry of a dictionary, for an object or for one item, and returns its key. */
@@ -146,18 +150,15 @@ struct Document {
       const uint64_t bits = input_.word();
       const auto number = static_cast<int32_t>(bits);
       const auto count = static_cast<uint32_t>(bits);
-      const char* string = nullptr;
-      switch (input_.below(4)) {
-         case 0:
-            return key<Attr32Info>(simple, number, std::to_string(number));
-         case 1:
-            return key<Attr32Info>(simple, count, std::to_string(count));
-         case 2:
-            return key<Attr64Info>(simple, bits, std::to_string(bits));
-         default:
-            string = text();
-            return key<Attr32Info>(simple, string, shown(string));
-      }
+      const size_t kind = input_.below(4);
+      if (kind == 0)
+         return key<Attr32Info>(simple, number, textOf(number));
+      if (kind == 1)
+         return key<Attr32Info>(simple, count, textOf(count));
+      if (kind == 2)
+         return key<Attr64Info>(simple, bits, textOf(bits));
+      const char* const string = text();
+      return key<Attr32Info>(simple, string, shown(string));
    }
 
    void list(Json& to, int depth) {
@@ -223,37 +224,47 @@ struct Document {
          isText ? to.addArgs("%s|", key) : to.addArgs("%d%d%d", &string, &hidden, &flag);
          return static_cast<int>(isText ? inText.size() : last.size());
       };
-      steps.push_back({kItems, run, {"\"s\":\"" + shown(key) + "\"", last}, inText});
+      steps.push_back({kItems, run, {"\"s\":" + textOf(key), last}, inText});
    }
    static int addNothing(Renderer& to) {
       Attr32Info hidden("hidden", 1);
       hidden.suppressed = true;
       return to.addAttributesJson(1, &hidden) + to.addAttributesJson(0) + to.addAttributesJson(-1);
    }
+   void frills(bool wrapped) {
+      const std::string fill = shown(text());
+      const auto run = [=](Renderer& to) {
+         if (!wrapped)
+            return to.addFrills("%s|", fill.c_str());
+         const int result = addVaFrills(to, "%s|", fill.c_str());
+         return result == -1 ? addVaFrills(to, "%s|", fill.c_str()) : result;
+      };
+      steps.push_back({kKeeps, run, {}, fill + "|"});
+   }
 
    void anyCall() {
       static const Plain kPlain[] = {kStart,  kEnd,       kEntry,        kEndEntry,
                                      kObject, kEndObject, kEndDictEntry, kEndSimple};
       const size_t chosen = input_.byte();
+      const bool even = chosen % 2 == 0;
       Json ignored;
       switch (input_.below(9)) {
          case 0:
             return add(kPlain[chosen % std::size(kPlain)]);
          case 1:
-            return static_cast<void>(add(chosen % 2 == 0 ? kList : kSimple));
+            return static_cast<void>(add(even ? kList : kSimple));
          case 2:
-            return static_cast<void>(anyValue(chosen % 2 == 0 ? text() : ""));
+            return static_cast<void>(anyValue(even ? text() : ""));
          case 3:
-            return static_cast<void>(anyKey(chosen % 2 == 0));
+            return static_cast<void>(anyKey(even));
          case 4:
-            return steps.push_back(chosen % 2 == 0 ? frill(shown(text()))
-                                                   : wrappedFrill(shown(text())));
+            return frills(!even);
          case 5:
-            return records(chosen % 2 == 0);
+            return records(even);
          case 6:
             return steps.push_back({kItems, addNothing, {}});
          case 7:
-            return steps.push_back(plain(kFlushes, &Renderer::ioflush, {}));
+            return add(kFlush);
          default:
             return object(ignored, 4);
       }
@@ -269,50 +280,29 @@ void require(bool holds, const std::string& what) {
       throw std::logic_error(what);
 }
 
-void requireNone(const std::string& difference) {
-   require(difference.empty(), difference);
-}
-
-/** Where the output of the first `count` steps ends: an area of about this size has a piece that
- * hardly fits. */
-size_t lengthOf(const Document& document, OutputFormat_t format, size_t count) {
+/** The output of the first `count` steps, as the model has it. */
+std::string outputOf(const Document& document, OutputFormat_t format, size_t count) {
    Model model{format, false, 0};
    for (size_t i = 0; i < count; ++i)
-      if (takes(format, document.steps[i]))
+      if (document.steps[i].isFor(format))
          model.run(document.steps[i]);
-   return model.output.size();
+   return model.output;
 }
 
-/** A text with a backslash before each quote that has none of its own. */
-std::string quoted(const std::string& text) {
-   std::string result;
+/** Copies a text in runs, with a backslash before each quote that has none of its own. */
+void quote(Model& to, const std::string& text) {
+   std::string run;
    bool escaped = false;
    for (const char c : text) {
-      if (c == '"' && !escaped)
-         result += '\\';
-      result += c;
+      if (c == '"' && !escaped) {
+         to.copied(std::exchange(run, ""));
+         to.copied("\\\"");
+      } else {
+         run += c;
+      }
       escaped = c == '\\' && !escaped;
    }
-   return result;
-}
-
-/** Prints up to an exception; before the step `interruptAt` the thread is marked. Returns whether
- * it came to the end. */
-bool print(const Document& document, OutputFormat_t format, PrintBuffer& buffer, bool buffered,
-           size_t interruptAt) {
-   Renderer to(format, &buffer, buffered);
-   const bool canFlush = dynamic_cast<NonBlockingCliTxnBuffer*>(&buffer) == nullptr;
-   try {
-      for (size_t i = 0; i < document.steps.size(); ++i) {
-         if (i == interruptAt)
-            setInterrupted();
-         if (takes(format, document.steps[i]) && (document.steps[i].effect != kFlushes || canFlush))
-            document.steps[i].run(to);
-      }
-   } catch (const SigIntException&) {
-      return false;
-   }
-   return !isInterrupted();
+   to.copied(run);
 }
 
 }  // namespace
@@ -326,49 +316,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
    const bool buffered = input.byte() % 2 == 0;
    const size_t area = input.byte() % 2 == 0 ? input.below(100) : input.next() % 2000;
    const size_t failingCall = input.next() % 300;
-   const size_t interruptAt = input.next() % 400;
-   const Fault fault{Fault::kWrite, static_cast<int>(input.below(buffered ? 3 : 30)),
-                     input.byte() % 2 == 0 ? EAGAIN : 0, 1 + input.below(60)};
    const std::string text = input.text(20, "a\"\\");
    const size_t steps = input.next(), spare = input.below(4);
    const Document document(input, valid);
-   const size_t exact = lengthOf(document, format, steps % (document.steps.size() + 1));
 
-   requireNone(compare(document.steps, {format, buffered, area}));
-   requireNone(compare(document.steps, {format, true, exact + spare}));
-   requireNone(compare(document.steps, {format, buffered, area, failingCall}));
-
-   RecordingBuffer whole(area);
-   print(document, format, whole, buffered, SIZE_MAX);
-   const std::string all = whole.output();
-   require(!valid || format == outputFormatText || Json::parse(all) == document.json,
+   // An area that ends where the output of some of the steps does has a piece that hardly fits.
+   const size_t count = document.steps.size();
+   const size_t exact = outputOf(document, format, steps % (count + 1)).size() + spare;
+   for (const Model& model : {Model{format, buffered, area}, Model{format, true, exact},
+                              Model{format, buffered, area, failingCall}}) {
+      const std::string difference = compare(document.steps, model);
+      require(difference.empty(), difference);
+   }
+   require(!valid || format == outputFormatText ||
+                 Json::parse(outputOf(document, format, count)) == document.json,
            "the values that were put in");
 
    RecordingBuffer escaped(area % 4);
    RendererV2(format, &escaped, buffered).writeQuotedString(text.c_str());
-   require(escaped.output() == quoted(text), "escaped quotes");
-
-   std::string printed;
-   const auto requirePrefix = [&](bool ended, const char* which) {
-      resetInterrupted();
-      require(ended ? printed == all : all.starts_with(printed), which);
-      printed.clear();
-   };
-   bool ended = false;
-   {
-      const Faults faults({fault}, [&](std::string_view bytes) { printed += bytes; });
-      VorelBuffer buffer(kNowhere, buffered ? kLongest + area : 0, VorelBuffer::kResetInterrupt1);
-      ended = print(document, format, buffer, buffered, interruptAt);
-   }
-   requirePrefix(ended && !isInterrupted(), "blocking buffer");
-
-   NonBlockingCliTxnBuffer chunks(1 + area);
-   ended = print(document, format, chunks, true, interruptAt);
-   const char* piece = nullptr;
-   while (const size_t length = chunks.nextExtract(&piece)) {
-      printed.append(piece, length);
-      chunks.extract(length);
-   }
-   requirePrefix(ended, "transactional buffer");
+   Model quoted{format, true, area % 4};
+   quote(quoted, text);
+   require(escaped.output() == quoted.output && escaped.calls == quoted.calls, "escaped quotes");
    return 0;
 }

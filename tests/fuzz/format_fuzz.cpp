@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "Input.h"
-#include "RecordingBuffer.h"
+#include "RendererModel.h"
 
 using namespace vorel;
 
@@ -184,22 +184,6 @@ std::pair<std::string, uint64_t> piece(Input& input, bool all, bool plain) {
    return {fmt, letter == 's' ? string : isWide ? any % 128 : any};
 }
 
-/** What a buffer that starts with `size` free bytes is asked for. */
-Calls allocations(size_t size, const std::vector<std::string>& texts) {
-   Calls calls;
-   size_t free = size;
-   for (const std::string& text : texts) {
-      for (const size_t needed : {size_t{1}, text.size() + 1}) {
-         if (needed <= free)
-            continue;
-         calls.push_back("allocate " + std::to_string(needed));
-         free = std::max(needed, size);
-      }
-      free -= text.size();
-   }
-   return calls;
-}
-
 /** Prints by vorel_vfprintf, or by one of the operations that take a format as printf does. */
 Outcome print(Renderer& to, size_t operation, const char* fmt, const Arguments& args) {
    if (operation == 0)
@@ -239,19 +223,16 @@ void conversions(Input& input) {
    if (whole)
       texts.push_back(libraryText(fmt, args));
    const Outcome expected(texts.back().size(), whole ? 0 : args.words[words]);
-   std::string output;
-   Calls writes;
-   for (const std::string& text : texts) {
-      output += text;
-      writes.push_back("write " + text);
-   }
    for (const size_t area : {size_t{0}, input.below(8), input.below(200), size_t{20000}}) {
       for (const bool buffered : {false, true}) {
+         Model model{outputFormatText, buffered, area};
+         for (const std::string& text : texts)
+            model.formatted(text);
          RecordingBuffer buffer(area);
          Renderer renderer(outputFormatText, &buffer, buffered);
          require(print(renderer, operation, fmt.c_str(), args) == expected, "result", fmt);
-         require(buffer.output() == output, "text", fmt);
-         require(buffer.calls == (buffered ? allocations(area, texts) : writes), "calls", fmt);
+         require(buffer.output() == model.output, "text", fmt);
+         require(buffer.calls == model.calls, "calls", fmt);
       }
    }
 }

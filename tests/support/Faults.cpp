@@ -2,7 +2,6 @@
 
 #include <pthread.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -69,7 +68,6 @@ void __real_free(void* block);
 ssize_t __real_write(int fd, const void* data, size_t size);
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
 int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
-int __real_fstat(int fd, struct stat* status);
 int __real_getsockopt(int fd, int level, int name, void* value, socklen_t* size);
 int __real_ioctl(int fd, unsigned long request, void* argument);
 int __real_vsnprintf(char* out, size_t room, const char* fmt, va_list args);
@@ -116,9 +114,6 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
    return fault == nullptr ? __real_pthread_mutex_unlock(mutex) : fault->error;
 }
 
-int __wrap_fstat(int fd, struct stat* status) {
-   return fails(Fault::kFstat) ? -1 : __real_fstat(fd, status);
-}
 int __wrap_getsockopt(int fd, int level, int name, void* value, socklen_t* size) {
    return fails(Fault::kGetsockopt) ? -1 : __real_getsockopt(fd, level, name, value, size);
 }

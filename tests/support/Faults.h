@@ -10,7 +10,7 @@
 
 /** A call that is to fail. */
 struct Fault {
-   enum Call { kAllocation, kWrite, kLock, kUnlock, kFstat, kGetsockopt, kIoctl, kFormat };
+   enum Call { kAllocation, kWrite, kLock, kUnlock, kGetsockopt, kIoctl, kFormat };
    Call call;
    int passing;       ///< How many such calls go well before it.
    int error = 0;     ///< What it fails with; of no meaning for an allocation.

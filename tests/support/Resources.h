@@ -49,12 +49,15 @@ struct Pipe {
       return part;
    }
    /** All bytes up to the end, which comes when the last writer has closed it. */
-   std::string finish() {
-      writer.close();
-      std::string all, part;
-      while (!(part = readSome()).empty())
+   std::string readAll() const {
+      std::string all;
+      for (std::string part; !(part = readSome()).empty();)
          all += part;
       return all;
+   }
+   std::string finish() {
+      writer.close();
+      return readAll();
    }
    /** The count of bytes that wait in the pipe. */
    int pending() const {

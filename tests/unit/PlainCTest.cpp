@@ -2,74 +2,49 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-
-#include <memory>
-#include <string>
 
 #include "RecordingBuffer.h"
-#include "Resources.h"
 
 using namespace vorel;
 
 namespace {
 
-struct Deinit {
-   void operator()(vorel_Renderer* handle) const { deinitPrinter(handle); }
-};
-using Handle = std::unique_ptr<vorel_Renderer, Deinit>;
+TEST(PlainC, FunctionsCallWhatTheirNamesSay) {
+   RecordingBuffer buffer(0);
+   Renderer json(outputFormatJson, &buffer, false), text(outputFormatText, &buffer, false);
+   for (vorel_Renderer* const to : {&json, &text}) {
+      start(to);
+      EXPECT_EQ(addFrills(to, "%s:\n", 0, "Title"), to == &text ? 7 : 0);
+      startList(to, "list");
+      startListEntry(to);
+      endListEntry(to);
+      endList(to);
+      startSubmodel(to, "model");
+      endSubmodel(to);
+      startDict(to, "dict");
+      startSimpleDictEntry(to, "k");
+      startListEntry(to);
+      endListEntry(to);
+      endSimpleDictEntry(to);
+      endDict(to);
+      ioflush(to);
+      end(to);
+   }
+   buffer.failingCall = buffer.calls.size() + 1;
+   EXPECT_EQ(addFrills(&text, "%s", 0, "end"), -1);
+   EXPECT_EQ(
+         buffer.calls,
+         (Calls{
+               "write {",      "write \"list\":[",  "write {",        "write }", "write ]",
+               "write ,",      "write \"model\":{", "write }",        "write ,", "write \"dict\":{",
+               "write \"k\":", "write {",           "write }",        "write }", "flush",
+               "write }",      "write \n",          "write Title:\n", "flush",   "write end"}));
 
-/** A document with all there is. */
-void printDocument(vorel_Renderer* to) {
-   start(to);
-   EXPECT_GE(addFrills(to, "%s:\n", 0, "Title"), 0);
-   startList(to, "list");
-   startListEntry(to);
-   endListEntry(to);
-   endList(to);
-   startSubmodel(to, "model");
-   endSubmodel(to);
-   startDict(to, "dict");
-   startSimpleDictEntry(to, "k");
-   startListEntry(to);
-   endListEntry(to);
-   endSimpleDictEntry(to);
-   endDict(to);
-   ioflush(to);
-   end(to);
-}
-
-TEST(PlainC, WritesEachPieceAtOnce) {
-   const Pipe packets(
-         [](int* ends) { return socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends); });
-   const auto writes = [&] {
-      Calls all;
-      for (std::string packet; !(packet = packets.readSome()).empty();)
-         all.push_back(packet);
-      return all;
-   };
-   setInterrupted();
-   const Handle json(initPrinter(packets.writer, outputFormatJson));
+   vorel_Renderer* const printer = initPrinter(1, outputFormatText);
    EXPECT_FALSE(isInterrupted());
-   start(json.get());
-   end(json.get());
-   EXPECT_EQ(writes(), (Calls{"{", "}", "\n"}));
-   printDocument(json.get());
-   EXPECT_EQ(writes(), (Calls{"{", "\"list\":[", "{", "}", "]", ",", "\"model\":{", "}", ",",
-                              "\"dict\":{", "\"k\":", "{", "}", "}", "}", "\n"}));
-   const Handle text(initPrinter(packets.writer, outputFormatText));
-   printDocument(text.get());
-   EXPECT_EQ(writes(), (Calls{"Title:\n"}));
-   setInterruptedForTest();
-   EXPECT_EQ(addFrills(text.get(), "%d", 0, 1), -1);
-   EXPECT_EQ(addFrills(json.get(), "%d", 0, 1), 0);
-   EXPECT_EQ(writes(), Calls{});
-   resetInterruptedForTest();
-
-   RecordingBuffer buffer(10);
-   Renderer buffered(outputFormatText, &buffer, true);
-   ioflush(&buffered);
-   EXPECT_EQ(buffer.calls, Calls{"flush"});
+   EXPECT_FALSE(printer->buffered);
+   EXPECT_EQ(printer->format, outputFormatText);
+   deinitPrinter(printer);
 }
 
 TEST(PlainC, FormatsByName) {

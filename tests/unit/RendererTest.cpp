@@ -22,7 +22,6 @@ using namespace vorel;
 namespace {
 
 using Arguments = std::array<uint64_t, kMaxConversions + 1>;
-constexpr OutputFormat_t kFormats[] = {outputFormatUnknown, outputFormatText, outputFormatJson};
 
 int engine(Renderer& to, int count, ...) {
    va_list args;
@@ -39,26 +38,12 @@ void expectInterrupted(auto call) {
    resetInterrupted();
 }
 
-TEST(Renderer, ForwardsToItsBufferAndDestroysSilently) {
-   RecordingBuffer buffer(10);
-   for (const OutputFormat_t format : kFormats) {
-      Renderer renderer(format, &buffer, true);
-      EXPECT_TRUE(renderer.wouldBlock());
-      EXPECT_EQ(renderer.fullness(), 42U);
-      renderer.ioflush();
-      renderer.start();
-   }
-   EXPECT_EQ(buffer.calls,
-             (Calls{"wouldBlock", "flush", "wouldBlock", "flush", "wouldBlock", "flush"}));
-   EXPECT_EQ(buffer.output(), "{{");
-}
-
 TEST(Renderer, AnInterruptedThreadIsStoppedByAllButTheEngines) {
    const Attr32Info a("a", 1), b("", "x");
    Attr32Info plain;
    plain.value.asInt32 = -5;
    setInterrupted();
-   for (const OutputFormat_t format : kFormats) {
+   for (const auto format : {outputFormatUnknown, outputFormatText, outputFormatJson}) {
       RecordingBuffer buffer(100);
       Renderer to(format, &buffer, true);
       EXPECT_THROW(to.addFrills("x"), SigIntException);
@@ -71,27 +56,12 @@ TEST(Renderer, AnInterruptedThreadIsStoppedByAllButTheEngines) {
       EXPECT_EQ(callWith(&to, &Renderer::addJsonAttributesNoArgCount, "%d", &a, 0).first, 5);
       EXPECT_EQ(callWith(&to, &Renderer::vorel_vfprintf, "%d", 7, 0).first, 1);
       EXPECT_EQ(buffer.output(), R"("a":1,-5,"x","a":17)");
+      EXPECT_TRUE(to.wouldBlock() && to.fullness() == 42);
+      EXPECT_EQ(buffer.calls, Calls{"wouldBlock"});
       to.format = outputFormatText;
       EXPECT_EQ(addVaFrills(to, "!"), 1);
    }
    resetInterrupted();
-}
-
-TEST(Renderer, AddArgsTakesOneRecordOrOneValuePerConversion) {
-   const Attr32Info name("name", "eth0"), mtu("mtu", 576U);
-   Attr32Info hidden("h", 1);
-   hidden.suppressed = true;
-   RecordingBuffer buffer(100);
-   Renderer json(outputFormatJson, &buffer, true), text(outputFormatText, &buffer, true);
-   for (const char* none : {"", "Done\n", "100%%", "a=\\%d", "%a b=%d"})
-      json.addArgs(none);
-   json.addArgs("%d", &hidden);
-   EXPECT_TRUE(json.firstItem);
-   json.addArgs("%lu%s%d open %", &hidden, &name, &hidden, &mtu);
-   EXPECT_FALSE(json.firstItem);
-   text.addArgs(" Load: %.2f  Mtu: %u  Up: %s\n", floatArg(0.125), 576, "yes");
-   EXPECT_EQ(buffer.output(), R"("name":"eth0","mtu":576 Load: 0.12  Mtu: 576  Up: yes)"
-                              "\n");
 }
 
 /** What vorel_vfprintf prints, its result, and the argument that it left unread. */
@@ -230,25 +200,6 @@ TEST(Renderer, ADecimalCommaOfTheProcessStaysOutOfJson) {
    unsetenv("LOCPATH");
    fs::remove_all(folder);
    EXPECT_EQ(buffer.output(), "\"a\":1234567.500000,-1000000000000000000.000000 1,5");
-}
-
-TEST(Renderer, QuotedStringsAreWrittenInRuns) {
-   const struct {
-      const char *text, *output;
-      Calls calls;  // with an area of one byte, which no run of two or more fits
-   } cases[] = {
-         {"", "", {}},
-         {R"(ab"cde)", R"(ab\"cde)", {"allocate 2", "allocate 2", "allocate 3"}},
-         {R"("a\")", R"(\"a\")", {"allocate 2", "allocate 3"}},
-         {R"(a\\"b)", R"(a\\\"b)", {"allocate 3", "allocate 2", "allocate 1"}},
-   };
-   for (const auto& [text, output, calls] : cases) {
-      RecordingBuffer buffer(1);
-      RendererV2 renderer(outputFormatText, &buffer, false);
-      renderer.writeQuotedString(text);
-      EXPECT_EQ(buffer.output(), output);
-      EXPECT_EQ(buffer.calls, calls) << text;
-   }
 }
 
 TEST(Renderer, PrintersAreBuiltAsTheyAreConfigured) {

@@ -105,8 +105,7 @@ void interruptOne(unsigned life) {
    marked = true;
    vorel_setInterrupted(tid);
    const int last = begun.fetch_add(0) + 1;  // an addition, to come after the mark everywhere
-   for (std::string part; !(part = pipe.readSome()).empty();)
-      all += part;
+   all += pipe.readAll();
    writer.join();
    EXPECT_LE(begun, last) << "a marked thread stops at its next check";
    std::string document = "\"rows\":[0";
