@@ -1,8 +1,9 @@
-// The bytes of a fuzzer, taken one after the other.
+// The bytes of a fuzzer, taken one after the other, and what must hold whatever they are.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 
 class Input {
@@ -32,3 +33,8 @@ class Input {
    const uint8_t* at_;
    const uint8_t* end_;
 };
+
+void require(bool holds, const auto&... what) {
+   if (!holds)
+      throw std::logic_error((std::string() + ... + (std::string(what) + ' ')));
+}

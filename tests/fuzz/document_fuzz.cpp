@@ -3,7 +3,6 @@
 // finds the values that were put in.
 #include <deque>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 
 #include <vorel/render/RendererV2.h>
 #include "Input.h"
@@ -137,28 +136,30 @@ struct Document {
    }
 
    template <class Info, class Key>
-   std::string key(bool simple, Key key, const std::string& text) {
+   std::string key(bool simple, Key key) {
       const auto run = [=](Renderer& to) {
          const Info info("unused", key);
          return simple ? to.startSimpleDictEntry(info) : to.startDictEntry(info), 0;
       };
-      steps.push_back({kOpens, run, {'"' + text + (simple ? "\":" : "\":{")}});
-      return text;
+      std::string text = textOf(key);
+      if constexpr (!std::is_pointer_v<Key>)
+         text = textOf(text.c_str());
+      steps.push_back({kOpens, run, {text + (simple ? ":" : ":{")}});
+      return text.substr(1, text.size() - 2);
    }
    /** Opens an entry of a dictionary, for an object or for one item, and returns its key. */
    std::string anyKey(bool simple) {
       const uint64_t bits = input_.word();
-      const auto number = static_cast<int32_t>(bits);
-      const auto count = static_cast<uint32_t>(bits);
-      const size_t kind = input_.below(4);
-      if (kind == 0)
-         return key<Attr32Info>(simple, number, textOf(number));
-      if (kind == 1)
-         return key<Attr32Info>(simple, count, textOf(count));
-      if (kind == 2)
-         return key<Attr64Info>(simple, bits, textOf(bits));
-      const char* const string = text();
-      return key<Attr32Info>(simple, string, shown(string));
+      switch (input_.below(4)) {
+         case 0:
+            return key<Attr32Info>(simple, static_cast<int32_t>(bits));
+         case 1:
+            return key<Attr32Info>(simple, static_cast<uint32_t>(bits));
+         case 2:
+            return key<Attr64Info>(simple, bits);
+         default:
+            return key<Attr32Info>(simple, text());
+      }
    }
 
    void list(Json& to, int depth) {
@@ -274,11 +275,6 @@ struct Document {
    bool valid_;
    std::deque<std::string> texts_;
 };
-
-void require(bool holds, const std::string& what) {
-   if (!holds)
-      throw std::logic_error(what);
-}
 
 /** The output of the first `count` steps, as the model has it. */
 std::string outputOf(const Document& document, OutputFormat_t format, size_t count) {

@@ -6,7 +6,6 @@
 #include <cfenv>
 #include <cstdio>
 #include <set>
-#include <stdexcept>
 #include <string_view>
 #include <tuple>
 #include <utility>
@@ -22,11 +21,6 @@ constexpr std::string_view kFloats = "eEfFgG";
 
 bool isIn(char c, std::string_view set) {
    return set.find(c) != set.npos;
-}
-
-void require(bool holds, const char* what, const std::string& fmt) {
-   if (!holds)
-      throw std::logic_error(std::string(what) + ", with the format " + fmt);
 }
 
 /** What getArgLenList puts out. */

@@ -11,7 +11,6 @@
 #include <deque>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,11 +24,6 @@
 using TxnBuffer = vorel::NonBlockingCliTxnBuffer;
 
 namespace {
-
-void require(bool holds, const char* what) {
-   if (!holds)
-      throw std::logic_error(what);
-}
 
 /** All fields of a buffer and of its chunks. */
 struct TxnState {

@@ -287,13 +287,10 @@ class Trial {
 
    /** Bytes in the area of a blocking buffer. */
    static std::string_view pending(const Host& host) {
-      const VorelBuffer* const buffer =
-            host.renderer == nullptr ? nullptr
-                                     : dynamic_cast<const VorelBuffer*>(host.renderer->buffer);
-      return buffer == nullptr
-                   ? std::string_view()
-                   : std::string_view(buffer->base,
-                                      static_cast<size_t>(buffer->writePtr - buffer->base));
+      const Renderer* const renderer = host.renderer.get();
+      const auto* const buffer =
+            renderer == nullptr ? nullptr : dynamic_cast<const VorelBuffer*>(renderer->buffer);
+      return buffer == nullptr ? "" : std::string_view(buffer->base, buffer->writePtr);
    }
 
    /** What the kernel would be given. */
