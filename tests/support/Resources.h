@@ -48,16 +48,13 @@ struct Pipe {
       part.resize(got > 0 ? static_cast<size_t>(got) : 0);
       return part;
    }
-   /** All bytes up to the end, which comes when the last writer has closed it. */
-   std::string readAll() const {
+   /** Closes the writer, and reads up to the end. */
+   std::string finish() {
+      writer.close();
       std::string all;
       for (std::string part; !(part = readSome()).empty();)
          all += part;
       return all;
-   }
-   std::string finish() {
-      writer.close();
-      return readAll();
    }
    /** The count of bytes that wait in the pipe. */
    int pending() const {

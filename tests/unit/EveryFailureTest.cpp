@@ -408,67 +408,38 @@ TEST_F(EveryFailure, IsToldAndLosesNothingElse) {
    }
 }
 
-/** A host's own kind of renderer. */
-struct Plain : Renderer {
-   static inline bool fails;
-   Plain() : Renderer(outputFormatJson, nullptr, true) {
-      if (fails)
-         throw SigIntException();
-   }
-};
-struct alignas(64) Wide : Plain {};
-
-/** Makes an object in each way that there is, and releases it. */
-template <class Type>
-void makeInEachWay() {
-   alignas(Type) static char room[sizeof(Type)];
+TEST_F(EveryFailure, AndAMarkEndAWriteButNotThatOfTheDestructor) {
    const struct {
-      unsigned reports;
-      Type* (*make)();
-      void (*release)(Type*);
-   } ways[] = {
-         {1, [] { return new Type; }, [](Type* object) { delete object; }},
-         {1, [] { return new (std::nothrow) Type; }, [](Type* object) { delete object; }},
-         {1, [] { return new Type[1]; }, [](Type* objects) { delete[] objects; }},
-         {1, [] { return new (std::nothrow) Type[1]; }, [](Type* objects) { delete[] objects; }},
-         {0, [] { return new (room) Type; }, [](Type* object) { object->~Type(); }},
-   };
-   const auto& tracking = *Orv::PtrInterface::orvAllocTrackTypeInfo_;
-   int way = 0;
-   for (const auto& [reports, make, release] : ways) {
-      SCOPED_TRACE(typeid(Type).name() + std::to_string(way++));
-      const auto live = [&tracking] { return tracking.allocations - tracking.deallocations; };
-      const uint64_t before = live(), allocated = tracking.allocations;
-      const long blocks = liveBlocks();
-      std::vector<Type*> objects;
-      const unsigned count = reports == 0 ? 1 : 20;  // several, since one may lie well by chance
-      for (unsigned i = 0; i < count; ++i) {
-         objects.push_back(make());
-         EXPECT_EQ(reinterpret_cast<uintptr_t>(objects.back()) % alignof(Type), 0U);
+      bool destroying, mark, part;  // what meets the first write
+      const char* written;
+      bool throws;
+   } cases[] = {{false, false, false, "abcd", false}, {false, true, false, "abcd", true},
+                {false, false, true, "abcd", false},  {false, true, true, "ab", true},
+                {true, false, false, "abcd", false},  {true, true, true, "abcd", false}};
+   for (const auto& [destroying, mark, part, written, throws] : cases) {
+      std::string taken;
+      const Faults faults({{Fault::kWrite, 0, 0, part ? 2U : 4U}}, [&](std::string_view data) {
+         taken += data;
+         if (mark)
+            setInterrupted();
+      });
+      const int flushes = vorel_ioFlushCount;
+      bool threw = false;
+      try {
+         VorelBuffer buffer(kFd, destroying ? 4 : 0, 0);
+         if (destroying)
+            buffer.writePtr = std::copy_n("abcd", 4, buffer.base);
+         else
+            buffer.rawWrite("abcd", 4);
+      } catch (const SigIntException&) {
+         threw = true;
       }
-      EXPECT_EQ(tracking.allocations - allocated, count * reports);
-      for (Type* const object : std::exchange(objects, {}))
-         release(object);
-      {
-         const Faults faults({{Fault::kAllocation, 0}});
-         try {
-            release(make());
-         } catch (const std::bad_alloc&) {
-            EXPECT_EQ(faults.count(), 1U);
-         }
-         EXPECT_EQ(faults.count(), reports);
-      }
-      Plain::fails = true;
-      EXPECT_THROW(make(), SigIntException);
-      Plain::fails = false;
-      EXPECT_EQ(live(), before);
-      EXPECT_EQ(liveBlocks(), blocks);
+      EXPECT_EQ(taken, written);
+      EXPECT_EQ(threw, throws);
+      EXPECT_EQ(isInterrupted(), mark);
+      EXPECT_EQ(vorel_ioFlushCount, flushes + 1);
+      resetInterrupted();
    }
-}
-
-TEST_F(EveryFailure, EveryFormOfNewIsTracked) {
-   makeInEachWay<Plain>();
-   makeInEachWay<Wide>();
 }
 
 TEST_F(EveryFailure, AWriteThatTakesNothingEndsQuietly) {

@@ -2,16 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <linux/sockios.h>
-#include <poll.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 
-#include <atomic>
-#include <csignal>
 #include <cstring>
-#include <fstream>
 #include <string>
-#include <thread>
 
 #include <vorel/interrupt/SigIntException.h>
 #include "Resources.h"
@@ -68,79 +62,6 @@ TEST(VorelBuffer, WithoutAnAreaEachPieceIsWrittenAtOnce) {
    resetInterrupted();
    EXPECT_EQ(vorel_ioFlushCount, flushes + 1);
    EXPECT_EQ(pipe.finish(), "one");
-}
-
-const std::string kData(300000, 'd');  // more than a pipe takes
-std::atomic<int> signalsSeen{0};
-
-/** A way to write, what meets the thread while it is blocked in there, and how it then ends. */
-struct Blocked {
-   bool destroying, mark, interrupt;
-   bool whole, throws;
-};
-
-void meet(const Blocked& given, bool holding) {
-   Pipe pipe;
-   std::atomic<int> tid{0};
-   std::atomic<bool> ended{false};
-   std::thread writer([&] {
-      const auto held = hold(holding);
-      tid = static_cast<int>(syscall(SYS_gettid));
-      bool threw = false;
-      try {
-         VorelBuffer buffer(pipe.writer, given.destroying ? kData.size() : 0, 0);
-         given.destroying ? commit(buffer, kData) : buffer.rawWrite(kData.data(), kData.size());
-      } catch (const SigIntException&) {
-         threw = true;
-      }
-      ended = true;
-      EXPECT_EQ(threw, given.throws);
-      EXPECT_EQ(isInterrupted(), given.mark);
-      EXPECT_EQ(holdsLock(), holding);
-      vorel_delInterrupted(tid);
-      pipe.writer.close();
-   });
-   // It sleeps before the full pipe, and without the lock.
-   pollfd full{pipe.writer, POLLOUT, 0};
-   for (std::string id, name, state; !ended && (state != "S" || poll(&full, 1, 0) != 0);) {
-      std::this_thread::yield();
-      std::ifstream("/proc/self/task/" + std::to_string(tid) + "/stat") >> id >> name >> state;
-   }
-   timespec deadline;
-   clock_gettime(CLOCK_REALTIME, &deadline);
-   deadline.tv_sec += 10;
-   EXPECT_EQ(pthread_mutex_timedlock(activityMutex(), &deadline), 0);
-   pthread_mutex_unlock(activityMutex());
-
-   const auto taken = static_cast<size_t>(pipe.pending());
-   if (given.mark)
-      vorel_setInterrupted(tid);
-   if (given.interrupt) {  // which ends the system call; it has taken a part of the bytes
-      const int before = signalsSeen;
-      pthread_kill(writer.native_handle(), SIGUSR1);
-      while (signalsSeen == before && !ended)
-         std::this_thread::yield();
-   }
-   EXPECT_TRUE(pipe.readAll() == kData.substr(0, given.whole ? kData.size() : taken));
-   writer.join();
-}
-
-TEST(VorelBuffer, ABlockedWriteGivesTheLockUpAndEndsWhereItMust) {
-   struct sigaction action = {};  // no SA_RESTART: a signal interrupts a write
-   action.sa_handler = [](int) { ++signalsSeen; };
-   sigaction(SIGUSR1, &action, nullptr);
-   constexpr Blocked kCases[] = {
-         {false, false, false, true, false}, {false, true, false, true, true},
-         {false, false, true, true, false},  {false, true, true, false, true},
-         {true, false, false, true, false},  {true, true, true, true, false}};
-   for (const Blocked& given : kCases) {
-      for (const bool holding : {false, true}) {
-         SCOPED_TRACE(testing::Message() << (&given - kCases) << holding);
-         const int flushes = vorel_ioFlushCount;
-         meet(given, holding);
-         EXPECT_EQ(vorel_ioFlushCount, flushes + 1);
-      }
-   }
 }
 
 TEST(VorelBuffer, OnlyASocketWithRoomWouldNotBlock) {
