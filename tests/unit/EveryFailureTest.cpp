@@ -3,10 +3,11 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
+#include <iostream>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -341,6 +342,8 @@ class EveryFailure : public testing::Test {
    /** Lives once with these faults. Returns false when the last of them did not come to pass. */
    bool meets(const Case& given, const std::vector<Fault>& plan) {
       const size_t count = Trial(given).run(plan);
+      ++lives_;
+      faults_ += count;
       if (HasFailure()) {
          ADD_FAILURE() << given.life.name << ", format " << given.format << ", lock "
                        << given.holdsLock << ", resets " << given.resets;
@@ -390,6 +393,7 @@ class EveryFailure : public testing::Test {
          {Fault::kWrite, 0, EPIPE},       {Fault::kWrite, 0, ENOSPC},
          {Fault::kAllocation, 0},         {Fault::kLock, 0, kMutexError},
          {Fault::kUnlock, 0, kMutexError}};
+   size_t lives_ = 0, faults_ = 0;
 
  private:
    size_t defaultSize_ = std::exchange(vorel_globalBufsize, kArea);
@@ -406,6 +410,7 @@ TEST_F(EveryFailure, IsToldAndLosesNothingElse) {
                meetEach({life, format, holds, resets, whole});
       }
    }
+   std::cout << lives_ << " lives met " << faults_ << " faults\n";
 }
 
 TEST_F(EveryFailure, AndAMarkEndAWriteButNotThatOfTheDestructor) {
