@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,6 +25,17 @@
 using TxnBuffer = vorel::NonBlockingCliTxnBuffer;
 
 namespace {
+
+/** A host's own kind of buffer, which does something before it grows. */
+struct HostBuffer : TxnBuffer {
+   std::function<void()> prepare;
+   HostBuffer(size_t size, std::function<void()> prepare_)
+         : TxnBuffer(size), prepare(std::move(prepare_)) {}
+   void allocateSpace(size_t count) override {
+      prepare();
+      TxnBuffer::allocateSpace(count);
+   }
+};
 
 /** All fields of a buffer and of its chunks. */
 struct TxnState {
@@ -113,7 +125,11 @@ class TxnModel {
    }
    void renew() {
       const size_t size = next(8) == 0 ? 5000 : next(40);
-      buffer_.emplace(size);
+      buffer_.emplace(size, [this] {
+         require(buffer_->txnCount == open_.size(), "txnCount while growing");
+         while (draining_ && sent_ < output_.size())
+            extractPiece(true);
+      });
       require(buffer_->rlen() == size, "the size of the first chunk");
       output_.clear();
       addresses_.clear();
@@ -123,7 +139,9 @@ class TxnModel {
 
    void write() {
       const std::string text = someText(someLength());
+      draining_ = open_.empty() && next(4) == 0;
       std::memcpy(buffer_->getBuffer(text.size()), text.data(), text.size());
+      draining_ = false;
       buffer_->writePtr += text.size();
       output_ += text;
    }
@@ -163,10 +181,15 @@ class TxnModel {
       const size_t size = someLength();
       const char* const position = size <= buffer_->rlen() ? buffer_->writePtr : nullptr;
       TxnBuffer::Chunk* chunk = nullptr;
-      grow([&] { chunk = &buffer_->reserve(size); });
+      draining_ = open_.empty() && next(4) == 0;
+      if (draining_)
+         chunk = &buffer_->reserve(size);
+      else
+         grow([&] { chunk = &buffer_->reserve(size); });
       require(chunk->start == buffer_->writePtr - size && chunk->end == buffer_->writePtr &&
-                    (position == nullptr || position == chunk->start),
+                    (position == nullptr || draining_ || position == chunk->start),
               "a reservation covers the bytes at the write position");
+      draining_ = false;
       reservations_.push_back({chunk, output_.size(), size});
       const std::string unfilled(size, 'z');
       std::memcpy(chunk->start, unfilled.data(), size);
@@ -201,6 +224,7 @@ class TxnModel {
       Open open = std::move(open_.back());
       open_.pop_back();
       if (next(3) == 0) {
+         const Faults noMemory({{Fault::kAllocation, 0}});
          open.scoped != nullptr ? open.scoped->confirm()
                                 : buffer_->confirmTransaction(open.savePoint);
          return;
@@ -277,6 +301,8 @@ class TxnModel {
                     "a chunk without a block is followed by the rest of it");
          last = static_cast<size_t>(upper - lower);
          require(buffer.usedInChunk(chunk) == last, "usedInChunk");
+         require(isBack || last != 0 || chunk.base == nullptr || buffer.txnCount != 0,
+                 "transactions leave no empty chunk behind");
          require(output_.compare(at, last, lower, last) == 0, "content");
          while (addresses_.size() < at + last)
             addresses_.push_back(lower + (addresses_.size() - at));
@@ -295,7 +321,8 @@ class TxnModel {
 
    Input& input_;
    const Pipe pipe_{[](int* ends) { return pipe2(ends, O_NONBLOCK | O_CLOEXEC); }};
-   std::optional<TxnBuffer> buffer_;
+   std::optional<HostBuffer> buffer_;
+   bool draining_ = false;                 ///< The buffer sends everything before it grows.
    std::string output_;                    ///< What this buffer's life has put out.
    size_t sent_ = 0;                       ///< How much of it has been sent.
    std::vector<const char*> addresses_;    ///< Of each byte of the output, as last seen.

@@ -4,13 +4,18 @@
 #include <sys/syscall.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <functional>
 #include <iostream>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -445,6 +450,102 @@ TEST_F(EveryFailure, AndAMarkEndAWriteButNotThatOfTheDestructor) {
       EXPECT_EQ(vorel_ioFlushCount, flushes + 1);
       resetInterrupted();
    }
+}
+
+/** Takes a thread's mark back while it waits for the activity lock. */
+void resetWhileItWaits(int tid, std::atomic<bool>& locked) {
+   const auto held = hold(true);
+   locked = true;
+   for (std::string id, name, state; state != "S"; std::this_thread::yield())
+      std::ifstream("/proc/self/task/" + std::to_string(tid) + "/stat") >> id >> name >> state;
+   vorel_resetInterrupted(tid);
+}
+
+TEST_F(EveryFailure, OfAWriteIsToldAlsoWhenTheMarkIsTakenBack) {
+   const auto held = hold(true);
+   for (const bool fails : {false, true}) {
+      std::thread other;
+      std::vector<Fault> plan{{Fault::kWrite, 0, 0, 2}};
+      if (fails)
+         plan.push_back({Fault::kWrite, 0, EPIPE});
+      const Faults faults(plan, [&](std::string_view) {
+         std::atomic<bool> locked{false};
+         if (!other.joinable())
+            other = std::thread(resetWhileItWaits, gettid(), std::ref(locked));
+         while (!locked)
+            std::this_thread::yield();
+         if (!fails)
+            setInterrupted();
+      });
+      VorelBuffer buffer(kFd, 8, 0);
+      buffer.writePtr = std::copy_n("abcd", 4, buffer.base);
+      EXPECT_THROW(buffer.flush(), SigIntException);
+      EXPECT_EQ(buffer.writePtr, buffer.base + 4);
+      other.join();
+      EXPECT_FALSE(isInterrupted());
+      buffer.writePtr = buffer.base;
+   }
+}
+
+/** A host's own kind of renderer. */
+struct Plain : Renderer {
+   static inline bool fails;
+   Plain() : Renderer(outputFormatJson, nullptr, true) {
+      if (fails)
+         throw SigIntException();
+   }
+};
+struct alignas(64) Wide : Plain {};
+
+/** Makes an object in each way that there is, and releases it. */
+template <class Type>
+void makeInEachWay() {
+   alignas(Type) static char room[sizeof(Type)];
+   const struct {
+      unsigned reports;
+      Type* (*make)();
+      void (*release)(Type*);
+   } ways[] = {
+         {1, [] { return new Type; }, [](Type* object) { delete object; }},
+         {1, [] { return new (std::nothrow) Type; }, [](Type* object) { delete object; }},
+         {1, [] { return new Type[1]; }, [](Type* objects) { delete[] objects; }},
+         {1, [] { return new (std::nothrow) Type[1]; }, [](Type* objects) { delete[] objects; }},
+         {0, [] { return new (room) Type; }, [](Type* object) { object->~Type(); }},
+   };
+   const auto& tracking = *Orv::PtrInterface::orvAllocTrackTypeInfo_;
+   const auto live = [&tracking] { return tracking.allocations - tracking.deallocations; };
+   for (const auto& [reports, make, release] : ways) {
+      const uint64_t before = live(), allocated = tracking.allocations;
+      const long blocks = liveBlocks();
+      std::vector<Type*> objects;
+      const unsigned count = reports == 0 ? 1 : 20;  // several, since one may lie well by chance
+      for (unsigned i = 0; i < count; ++i) {
+         objects.push_back(make());
+         EXPECT_EQ(reinterpret_cast<uintptr_t>(objects.back()) % alignof(Type), 0U);
+      }
+      EXPECT_EQ(tracking.allocations - allocated, count * reports);
+      for (Type* const object : std::exchange(objects, {}))
+         release(object);
+      {
+         const Faults faults({{Fault::kAllocation, 0}});
+         try {
+            release(make());
+         } catch (const std::bad_alloc&) {
+            EXPECT_EQ(faults.count(), 1U);
+         }
+         EXPECT_EQ(faults.count(), reports);
+      }
+      Plain::fails = true;
+      EXPECT_THROW(make(), SigIntException);
+      Plain::fails = false;
+      EXPECT_EQ(live(), before);
+      EXPECT_EQ(liveBlocks(), blocks);
+   }
+}
+
+TEST_F(EveryFailure, EveryFormOfNewIsTracked) {
+   makeInEachWay<Plain>();
+   makeInEachWay<Wide>();
 }
 
 TEST_F(EveryFailure, AWriteThatTakesNothingEndsQuietly) {

@@ -85,7 +85,8 @@ TEST(Renderer, FormatsThatTheCLibraryWouldReadOtherwise) {
       int result;
    } cases[] = {
          {"%d%d%d%d%d%d%d%d%d%%%%%d", {1, 2, 3, 4, 5, 6, 7, 8, 9, 0, kNext}, "123456789%%0", 3},
-         {"%d%% of %5", {kNext}, "%d%% of %5", 10},  // one left open
+         {"%d%% of %5", {kNext}, "%d%% of %5", 10},       // one left open
+         {"%-5%%s% .3l%|", {text, kNext}, "%text%|", 7},  // two that print a percent sign
          {"%05s|%+c|%#-5s|% 2c", {text, 'c', text, 'c', kNext}, " text|c|text | c", 3},
          // A percent sign behind a backslash is no conversion.
          {"\\%d=%d\\%s", {7, kNext}, "\\%d=7\\%s", 8},
@@ -98,7 +99,7 @@ TEST(Renderer, FormatsThatTheCLibraryWouldReadOtherwise) {
          {"%n items: %d", {text, 2, kNext}, "%n items: 2", 7},
          {"%hhn%%d.", {text, kNext}, "%hhn%%d.", 8},
          {"%y %s %d", {1, kNext}, "%y %s %d", 8},
-         {"%5%%s", {text, kNext}, "%5%%s", 5},
+         {"%*%%s", {text, kNext}, "%*%%s", 5},
          {"%hld %lhd", {1, 2, kNext}, "%hld %lhd", 5},
          // Read at the width that the scanner found.
          {"%Lf %LE", {pi, pi, kNext}, "3.141590 3.141590E+00", 13},

@@ -6,12 +6,9 @@
 #include <sys/wait.h>
 
 #include <atomic>
-#include <thread>
-#include <vector>
-
-#include <atomic>
 #include <cstdlib>
 #include <thread>
+#include <vector>
 
 #include <vorel/plain/PlainC.h>
 #include <vorel/render/Printer.h>
@@ -66,6 +63,30 @@ TEST(SigIntException, TheChildOfAForkIsAnotherThread) {
    int status = -1;
    ASSERT_EQ(waitpid(child, &status, 0), child);
    EXPECT_EQ(status, 0);
+}
+
+TEST(SigIntException, TheChildOfAForkExitsWhateverOtherThreadsDid) {
+   std::atomic<bool> done{false};
+   const auto mark = [&done] {
+      while (!done)
+         vorel_setInterrupted(kNobody);
+   };
+   std::thread first(mark), second(mark);
+   const int children = sanitizing("thread") ? 3 : 30;  // it sleeps for a second at each exit
+   constexpr unsigned kSeconds = 5;
+   for (int i = 0, status = 0; i < children && WIFEXITED(status); ++i) {
+      const pid_t child = fork();
+      if (child == 0) {
+         alarm(kSeconds);
+         std::exit(0);
+      }
+      EXPECT_EQ(waitpid(child, &status, 0), child);
+      EXPECT_TRUE(WIFEXITED(status)) << "a child that waits is ended by a signal";
+   }
+   done = true;
+   first.join();
+   second.join();
+   vorel_delInterrupted(kNobody);
 }
 
 /** Prints in a thread of its own until this one marks it, which it does at any moment. */
