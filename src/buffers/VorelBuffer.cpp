@@ -14,6 +14,7 @@
 #include <new>
 
 #include <vorel/interrupt/SigIntException.h>
+#include "interrupt/FailedWrite.h"
 
 size_t vorel_globalBufsize = 1048576;
 int32_t vorel_ioFlushCount = 0;
@@ -159,7 +160,7 @@ bool VorelBuffer::writeAll(const char* data, size_t len) const {
       const ssize_t written = ::write(fd, data, len);
       if (written < 0) {
          const int error = errno;  // kept for whoever catches the exception
-         setInterrupted();
+         interrupt::setInterruptedByWrite(error);
          errno = error;
          return false;
       }

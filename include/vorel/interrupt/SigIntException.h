@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <exception>
 
 #pragma GCC visibility push(default)
@@ -37,6 +38,16 @@ void setInterrupted();
 void resetInterrupted();
 /** Throws SigIntException when the calling thread is interrupted; the flag stays. */
 void raiseSigIntIfNeeded();
+
+/** The errno of the calling thread's last failed write since its flag was last reset, by whomever; 0
+ * if there was none, or if a signal ended it (EINTR). */
+int writeError();
+
+namespace detail {
+/** How many flags are set: while none is, no thread need look for its own. Changed by the registry
+ * alone, under its mutex. */
+extern std::atomic<int> markedThreads;
+}  // namespace detail
 
 }  // namespace vorel
 
