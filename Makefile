@@ -8,7 +8,8 @@ PREFIX := /usr/local
 BUILD_PACKAGES := cmake g++ make
 BENCH_PACKAGES := $(BUILD_PACKAGES) libbenchmark-dev rapidjson-dev libfmt-dev nlohmann-json3-dev \
                   valgrind
-TEST_PACKAGES := $(BUILD_PACKAGES) jq libgtest-dev nlohmann-json3-dev locales pkg-config python3
+TEST_PACKAGES := $(BUILD_PACKAGES) jq libfmt-dev libgtest-dev nlohmann-json3-dev locales pkg-config \
+                 python3
 
 .PHONY: all demo test bench load docs fuzz coverage install packages-build packages-demo \
         packages-test packages-bench packages-docs packages-fuzz packages-coverage clean
@@ -54,7 +55,7 @@ FUZZ_SECONDS := 60
 fuzz: packages-fuzz
 	@cmake --preset fuzz >/dev/null
 	@cmake --build build-fuzz -j $(JOBS) >/dev/null
-	@seeds=$$PWD/tests/fuzz/corpus && cd build-fuzz && for target in document format txn; do \
+	@seeds=$$PWD/tests/fuzz/corpus && cd build-fuzz && for target in document format style txn; do \
 	   mkdir -p corpus/$$target && \
 	   tests/fuzz/$${target}_fuzz corpus/$$target $$seeds/$$target -max_total_time=$(FUZZ_SECONDS) \
 	      -max_len=600 -verbosity=0 -print_funcs=0 -print_final_stats=1 || exit 1; \
@@ -82,7 +83,7 @@ packages-demo:
 packages-test:
 	@tools/need-packages $(TEST_PACKAGES)
 packages-fuzz:
-	@tools/need-packages $(BUILD_PACKAGES) clang libclang-rt-dev libgtest-dev nlohmann-json3-dev
+	@tools/need-packages $(BUILD_PACKAGES) clang libclang-rt-dev libfmt-dev nlohmann-json3-dev
 packages-coverage:
 	@tools/need-packages $(TEST_PACKAGES) gcovr
 packages-docs:

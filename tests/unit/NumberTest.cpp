@@ -1,4 +1,4 @@
-#include "text/Number.h"
+#include <vorel/text/Number.h>
 
 #include <gtest/gtest.h>
 
