@@ -68,6 +68,12 @@ std::vector<Contest> makeContests(const Rows& rows, size_t growth) {
    const auto printing = [&rows](auto* print, auto... more) {
       return [&rows, print, more...](int fd) { print(rows, more..., fd); };
    };
+   // The same with other rows.
+   static const Rows japanese = inJapanese(rows);
+   static const Rows escaped = withEscapes(rows);
+   const auto printingOf = [](const Rows& others, auto* print, auto... more) {
+      return [&others, print, more...](int fd) { print(others, more..., fd); };
+   };
    const auto json = [&](Load load) {
       return [&rows, count, load](int fd) { printRows(rows, count, load, fd); };
    };
@@ -79,18 +85,24 @@ std::vector<Contest> makeContests(const Rows& rows, size_t growth) {
          {'a',
           "rows as JSON",
           {{"Vorel", count, json(kWithout), {{"RapidJSON", 0.40}, {"{fmt}", 0.75}, nlohmann}},
+           {"layer",
+            count,
+            printing(layerRows, kWithout),
+            {{"RapidJSON", 0.22}, {"{fmt}", 0.40}, {"Vorel", 0.50}}},
            {"RapidJSON", count, printing(rapidRows, kWithout)},
            {"{fmt}", count, printing(fmtRows, kWithout)},
            {"nlohmann::json", count, printing(nlohmannRows, kWithout), {}, 0, true, kSlowRounds}}},
          {'b',
           "with a double",
           {{"Vorel", count, json(kWith), {{"RapidJSON", 0.35}, {"{fmt}", 0.60}, nlohmann}},
+           {"layer", count, printing(layerRows, kWith), {{"RapidJSON", 0.36}}, 0, false},
            {"RapidJSON", count, printing(rapidRows, kWith), {}, 0, false},
            {"{fmt}", count, printing(fmtRows, kWith)},
            {"nlohmann::json", count, printing(nlohmannRows, kWith), {}, 0, false, kSlowRounds}}},
          {'c',
           "structure only",
           {{"Vorel", count, printing(printStructure), {{"RapidJSON", 0.50}, nlohmann}},
+           {"layer", count, printing(layerStructure), {{"RapidJSON", 0.40}}},
            {"RapidJSON", count, printing(rapidStructure)},
            {"nlohmann::json", count, printing(nlohmannStructure), {}, 0, true, kSlowRounds}}},
          {'d',
@@ -98,16 +110,28 @@ std::vector<Contest> makeContests(const Rows& rows, size_t growth) {
           {{"addAttributes", count, printing(printTextAttributes), {{"vsnprintf", 0.50}}},
            {"addFrills", count, printing(printTextFrills), {{"vsnprintf", 0.50}}},
            {"addArgs", count, printing(printTextArgs), {{"vsnprintf", 0.60}}},
+           {"layer", count, printing(layerText), {{"vsnprintf", 0.22}, {"addFrills", 0.45}}},
            {"vsnprintf", count, printing(vsnprintfText)},
            {"{fmt}", count, printing(fmtText)}}},
          {'e',
           "transactional (a)",
           {{"transactional", count, printing(printRowsTransactional), {{"blocking", 1.15}}},
-           {"blocking", count, json(kWithout)}}}};
+           {"blocking", count, json(kWithout)},
+           {"layer, transact.", count, printing(layerRowsTransactional), {{"layer", 1.15}}},
+           {"layer", count, printing(layerRows, kWithout)}}},
+         {'g',
+          "(a) in Japanese",
+          {{"layer", count, printingOf(japanese, layerRows, kWithout), {{"RapidJSON", 1.00}}},
+           {"RapidJSON", count, printingOf(japanese, rapidCheckedRows, kWithout)}}},
+         {'h',
+          "(a) with escapes",
+          {{"layer", count, printingOf(escaped, layerRows, kWithout), {{"RapidJSON", 0.60}}},
+           {"RapidJSON", count, printingOf(escaped, rapidRows, kWithout)}}}};
    for (Contest& contest : contests)
       complete(contest);
 
-   contests.push_back(makeGrowth(rows, growth, contests.front().competitors.front().bytes / count));
+   const size_t bytesPerRow = contests.front().competitors.front().bytes / count;
+   contests.insert(contests.begin() + 5, makeGrowth(rows, growth, bytesPerRow));
    constexpr size_t kChecks = 200'000;
    // By its address, as the library's own calls go: without the stub that a program's calls of a
    // shared library pass through.

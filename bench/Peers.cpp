@@ -28,6 +28,9 @@ void writeAll(int fd, const char* data, size_t size) {
 }
 
 using RapidWriter = rapidjson::Writer<rapidjson::StringBuffer>;
+using RapidCheckedWriter =
+      rapidjson::Writer<rapidjson::StringBuffer, rapidjson::UTF8<>, rapidjson::UTF8<>,
+                        rapidjson::CrtAllocator, rapidjson::kWriteValidateEncodingFlag>;
 
 rapidjson::StringBuffer& rapidBuffer() {
    static rapidjson::StringBuffer buffer;
@@ -35,7 +38,8 @@ rapidjson::StringBuffer& rapidBuffer() {
    return buffer;
 }
 
-void rapidString(RapidWriter& out, const std::string& text) {
+template <class Writer>
+void rapidString(Writer& out, const std::string& text) {
    out.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
 }
 
@@ -53,6 +57,39 @@ fmt::memory_buffer& fmtBuffer() {
 void nlohmannWrite(const nlohmann::ordered_json& document, int fd) {
    const std::string text = document.dump() + '\n';
    writeAll(fd, text.data(), text.size());
+}
+
+template <class Writer>
+void rapidRowsBy(const Rows& rows, Load load, int fd) {
+   rapidjson::StringBuffer& buffer = rapidBuffer();
+   Writer out(buffer);
+   out.SetMaxDecimalPlaces(6);
+   out.StartObject();
+   out.Key("interfaces");
+   out.StartArray();
+   for (const Row& row : rows) {
+      out.StartObject();
+      out.Key("name");
+      rapidString(out, row.name);
+      out.Key("mtu");
+      out.Uint(row.mtu);
+      out.Key("up");
+      out.Bool(row.up);
+      out.Key("rxBytes");
+      out.Uint64(row.rxBytes);
+      out.Key("txBytes");
+      out.Uint64(row.txBytes);
+      out.Key("description");
+      rapidString(out, row.description);
+      if (load == Load::kWith) {
+         out.Key("load");
+         out.Double(row.load);
+      }
+      out.EndObject();
+   }
+   out.EndArray();
+   out.EndObject();
+   rapidWrite(buffer, fd);
 }
 
 /** A write area of the printers' size. */
@@ -100,35 +137,11 @@ char Area::bytes_[];
 }  // namespace
 
 void rapidRows(const Rows& rows, Load load, int fd) {
-   rapidjson::StringBuffer& buffer = rapidBuffer();
-   RapidWriter out(buffer);
-   out.SetMaxDecimalPlaces(6);
-   out.StartObject();
-   out.Key("interfaces");
-   out.StartArray();
-   for (const Row& row : rows) {
-      out.StartObject();
-      out.Key("name");
-      rapidString(out, row.name);
-      out.Key("mtu");
-      out.Uint(row.mtu);
-      out.Key("up");
-      out.Bool(row.up);
-      out.Key("rxBytes");
-      out.Uint64(row.rxBytes);
-      out.Key("txBytes");
-      out.Uint64(row.txBytes);
-      out.Key("description");
-      rapidString(out, row.description);
-      if (load == Load::kWith) {
-         out.Key("load");
-         out.Double(row.load);
-      }
-      out.EndObject();
-   }
-   out.EndArray();
-   out.EndObject();
-   rapidWrite(buffer, fd);
+   rapidRowsBy<RapidWriter>(rows, load, fd);
+}
+
+void rapidCheckedRows(const Rows& rows, Load load, int fd) {
+   rapidRowsBy<RapidCheckedWriter>(rows, load, fd);
 }
 
 void rapidStructure(const Rows& rows, int fd) {

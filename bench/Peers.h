@@ -10,6 +10,8 @@ namespace bench {
 
 // RapidJSON's Writer on its StringBuffer.
 void rapidRows(const Rows& rows, Load load, int fd);
+/** The same with its check of UTF-8. */
+void rapidCheckedRows(const Rows& rows, Load load, int fd);
 void rapidStructure(const Rows& rows, int fd);
 
 // {fmt}, compiled formats into a memory_buffer; nothing is escaped, as in this library.

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include <vorel/buffers/NonBlockingCliTxnBuffer.h>
+#include <vorel/document/Document.h>
 #include <vorel/render/Printer.h>
 
 namespace bench {
@@ -12,6 +13,8 @@ using vorel::Attr32Info;
 using vorel::Attr64Info;
 
 namespace {
+
+constexpr size_t kChunk = 65536;
 
 vorel::PrinterConfig config(int fd, vorel::OutputFormat_t format) {
    vorel::PrinterConfig config;
@@ -53,25 +56,30 @@ void printRows(const Rows& rows, size_t count, Load load, int fd) {
    out.ioflush();
 }
 
+namespace {
+
+/** Sends what a transactional buffer holds. */
+void drain(vorel::NonBlockingCliTxnBuffer& buffer, int fd) {
+   while (buffer.haveData())
+      if (buffer.writeSome(fd) <= 0)
+         throw std::runtime_error("cannot write");
+}
+
+}  // namespace
+
 void printRowsTransactional(const Rows& rows, int fd) {
-   constexpr size_t kChunk = 65536;
    vorel::NonBlockingCliTxnBuffer buffer(kChunk);
    vorel::Renderer out(vorel::outputFormatJson, &buffer, true);
-   const auto drain = [&] {
-      while (buffer.haveData())
-         if (buffer.writeSome(fd) <= 0)
-            throw std::runtime_error("cannot write");
-   };
    out.start();
    out.startList("interfaces");
    for (const Row& row : rows) {
       printRow(out, row, Load::kWithout);
       if (buffer.usedSpace() >= kChunk)
-         drain();
+         drain(buffer, fd);
    }
    out.endList();
    out.end();
-   drain();
+   drain(buffer, fd);
 }
 
 void printStructure(const Rows& rows, int fd) {
@@ -120,6 +128,70 @@ void printTextArgs(const Rows& rows, int fd) {
    for (const Row& row : rows)
       out.addArgs(kTextRow, row.name.c_str(), row.mtu, stateWord(row), row.rxBytes);
    out.ioflush();
+}
+
+using namespace vorel::literals;
+
+namespace {
+
+void layerRow(const vorel::List& list, const Row& row, Load load) {
+   if (load == Load::kWith)
+      list.row("{name} {mtu} {up} {rxBytes} {txBytes} {description} {load}\n"_f, row.name, row.mtu,
+               row.up, row.rxBytes, row.txBytes, row.description, row.load);
+   else
+      list.row("{name} {mtu} {up} {rxBytes} {txBytes} {description}\n"_f, row.name, row.mtu, row.up,
+               row.rxBytes, row.txBytes, row.description);
+}
+
+}  // namespace
+
+void layerRows(const Rows& rows, Load load, int fd) {
+   vorel::Printer out(config(fd, vorel::outputFormatJson));
+   vorel::document(out, [&](vorel::Object document) {
+      const vorel::List list = document.list("interfaces");
+      for (const Row& row : rows)
+         layerRow(list, row, load);
+   });
+}
+
+void layerRowsTransactional(const Rows& rows, int fd) {
+   vorel::NonBlockingCliTxnBuffer buffer(kChunk);
+   vorel::Renderer out(vorel::outputFormatJson, &buffer, true);
+   vorel::document(out, [&](vorel::Object document) {
+      const vorel::List list = document.list("interfaces");
+      for (const Row& row : rows) {
+         layerRow(list, row, Load::kWithout);
+         if (buffer.usedSpace() >= kChunk)
+            drain(buffer, fd);
+      }
+   });
+   drain(buffer, fd);
+}
+
+void layerStructure(const Rows& rows, int fd) {
+   vorel::Printer out(config(fd, vorel::outputFormatJson));
+   vorel::document(out, [&](vorel::Object document) {
+      const vorel::List devices = document.list("devices");
+      for (const Row& row : rows) {
+         const vorel::List neighbors = devices.object()
+                                             .object("state")
+                                             .dict("interfaces")
+                                             .object(row.name)
+                                             .list("neighbors");
+         for (int i = 0; i < 2; ++i)
+            neighbors.object().list("addresses");
+      }
+   });
+}
+
+void layerText(const Rows& rows, int fd) {
+   vorel::Printer out(config(fd, vorel::outputFormatText));
+   vorel::document(out, [&](vorel::Object document) {
+      const vorel::List list = document.list("interfaces");
+      for (const Row& row : rows)
+         list.row("{name:<20} {mtu:>8} {state} {rxBytes:>12}\n"_f, row.name, row.mtu,
+                  stateWord(row), row.rxBytes);
+   });
 }
 
 }  // namespace bench

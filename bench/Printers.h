@@ -14,6 +14,12 @@ void printRowsTransactional(const Rows& rows, int fd);
 /** Lists in objects in dictionaries, without attributes. */
 void printStructure(const Rows& rows, int fd);
 
+// The same documents through the document layer.
+void layerRows(const Rows& rows, Load load, int fd);
+void layerRowsTransactional(const Rows& rows, int fd);
+void layerStructure(const Rows& rows, int fd);
+void layerText(const Rows& rows, int fd);
+
 // A table in text.
 constexpr char kTextRow[] = "%-20s %8u %s %12lu\n";
 inline const char* stateWord(const Row& row) {

@@ -49,4 +49,31 @@ Rows makeRows(size_t count) {
    return rows;
 }
 
+Rows inJapanese(Rows rows) {
+   static constexpr const char* kWords[] = {
+         "東京", "大阪の",   "ネットワーク", "接続先", "インターフェース",
+         "予備", "研究所の", "回線"};
+   std::mt19937_64 random(2);
+   for (Row& row : rows) {
+      row.name = oneOf(kWords, random());
+      row.description.clear();
+      for (int words = 0; words < 4; ++words)
+         row.description += oneOf(kWords, random());
+   }
+   return rows;
+}
+
+Rows withEscapes(Rows rows) {
+   std::mt19937_64 random(3);
+   const auto escape = [&random](std::string& text) {
+      if (random() % 10 == 0)
+         text[random() % text.size()] = random() % 2 == 0 ? '"' : '\n';
+   };
+   for (Row& row : rows) {
+      escape(row.name);
+      escape(row.description);
+   }
+   return rows;
+}
+
 }  // namespace bench

@@ -20,5 +20,9 @@ using Rows = std::vector<Row>;
 
 /** The same rows each time. */
 Rows makeRows(size_t count);
+/** These rows with all names and descriptions in Japanese: three bytes a character. */
+Rows inJapanese(Rows rows);
+/** These rows with a quote or a control character in one of ten strings. */
+Rows withEscapes(Rows rows);
 
 }  // namespace bench

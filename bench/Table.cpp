@@ -39,9 +39,9 @@ void Table::print(const std::vector<Contest>& contests,
          "the\n"
          "machine does.\n"
          "All competitors of a document printed the same bytes, compared beforehand, but for\n"
-         "RapidJSON and nlohmann::json in (b), which give doubles other digits: see (a). These "
-         "two\n"
-         "escape strings; {{fmt}} and Vorel do not. \"memcpy and write\" is the floor.\n");
+         "RapidJSON, nlohmann::json and the layer in (b), which give doubles other digits.\n"
+         "RapidJSON, nlohmann::json and the layer escape and check strings; {{fmt}} and the\n"
+         "renderer's own calls, \"Vorel\", do not. \"memcpy and write\" is the floor.\n");
 }
 
 void Table::printContest(const Contest& contest,
