@@ -2,7 +2,7 @@
 
 A sample is a block of C++ or C, followed by blocks of json or text, its output in that format; if
 there is none, it prints nothing. A sample without a main function is the body of a function that is
-given a renderer.
+given `doc`, the object of a document, or `out`, a renderer.
 """
 import argparse
 import pathlib
@@ -10,6 +10,20 @@ import re
 import subprocess
 import sys
 import tempfile
+
+LAYER = """#include <vorel/document/Document.h>
+#include <vorel/render/Printer.h>
+#include <vorel/plain/PlainC.h>
+using namespace vorel::literals;
+static void sample(vorel::Object doc) {
+%s}
+int main(int, char** argv) {
+   vorel::PrinterConfig config;
+   vorel::initPrinterConfig(config, 1, stringToOutputFormat(argv[1]));
+   vorel::Printer out(config);
+   vorel::document(out, sample);
+}
+"""
 
 BODY = """#include <initializer_list>
 #include <vorel/render/Printer.h>
@@ -40,8 +54,10 @@ def samples(page):
 def run(options, folder, language, code):
     """Builds a sample and runs it; what it printed, by format, where that is anything."""
     source = folder / f"sample.{language}"
-    source.write_text(code if "int main(" in code else BODY % code)
-    compiler = [options.cc, "-std=c99"] if language == "c" else [options.cxx, "-std=c++17"]
+    layer = "doc." in code
+    source.write_text(code if "int main(" in code else (LAYER if layer else BODY) % code)
+    compiler = ([options.cc, "-std=c99"] if language == "c" else
+                [options.cxx, "-std=c++20" if layer else "-std=c++17"])
     subprocess.run(compiler + ["-Wall", "-Wextra", "-Werror", "-o", folder / "sample", source]
                    + options.flags, check=True)
     formats = ["text"] if "int main()" in code else ["text", "json"]
