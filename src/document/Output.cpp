@@ -160,9 +160,7 @@ namespace {
 char sideOfHeading(const Style& style) {
    if (style.align != '\0')
       return style.align;
-   return style.type != '\0' && std::string_view("cs").find(style.type) == std::string_view::npos
-                ? '>'
-                : '<';
+   return style.type != '\0' && !isIn("cs", style.type) ? '>' : '<';
 }
 
 }  // namespace

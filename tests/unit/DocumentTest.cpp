@@ -130,7 +130,7 @@ const struct {
 TEST(Document, PrintsBothOutputsWhateverTheArea) {
    for (const auto& [body, json, text] : kCases) {
       const std::string document = "{" + std::string(json) + "}\n";
-      for (const size_t area : {2000, 700, 100, 7, 1}) {
+      for (const unsigned area : {2000U, 700U, 100U, 7U, 1U}) {
          EXPECT_EQ(print(outputFormatJson, body, area), document) << area;
          EXPECT_EQ(print(outputFormatText, body, area), text) << area;
       }

@@ -49,7 +49,8 @@ constexpr bool checkFields() {
                  "too few values: the format has more fields");
    static_assert(!kFormat || F::kFields >= sizeof...(T),
                  "too many values: the format has fewer fields");
-   if constexpr (!(checkValue<T>() & ... & true) || !kFormat || F::kFields != sizeof...(T))
+   if constexpr (((checkValue<T>() ? 0 : 1) + ... + 0) != 0 || !kFormat ||
+                 F::kFields != sizeof...(T))
       return false;
    else
       return checkStyle<F, firstMisfit<F, T...>()>();
@@ -75,7 +76,8 @@ template <class F, class Key, class... T>
 constexpr bool checkKeyedRow() {
    constexpr bool kKeyed = F::kParsed.fields[0].name.empty();
    static_assert(kKeyed, "the first field of a dictionary's row is its key, and has no name");
-   return (checkKey<Key>() & checkFields<F, Key, T...>()) && kKeyed;
+   constexpr bool kKey = checkKey<Key>();
+   return checkFields<F, Key, T...>() && kKey && kKeyed;
 }
 
 template <class T>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -57,7 +58,7 @@ constexpr size_t countComponents(std::string_view name) {
 constexpr std::string_view firstComponents(std::string_view name, size_t count) {
    size_t end = 0;
    for (; count != 0 && end < name.size(); --count) {
-      end = name.find('.', end + (end == 0 ? 0 : 1));
+      end = findIn(name, '.', end + (end == 0 ? 0 : 1));
       if (end == name.npos)
          return name;
    }
@@ -65,7 +66,9 @@ constexpr std::string_view firstComponents(std::string_view name, size_t count) 
 }
 
 constexpr std::string_view lastComponent(std::string_view name) {
-   return name.substr(name.rfind('.') + 1);  // npos + 1 is 0
+   for (size_t dot = findIn(name, '.'); dot != name.npos; dot = findIn(name, '.'))
+      name.remove_prefix(dot + 1);
+   return name;
 }
 
 /** How many objects two neighbours are both in. */
@@ -73,14 +76,15 @@ constexpr size_t sharedPrefix(std::string_view a, std::string_view b) {
    const size_t most =
          (countComponents(a) < countComponents(b) ? countComponents(a) : countComponents(b)) - 1;
    size_t shared = 0;
-   while (shared < most && firstComponents(a, shared + 1) == firstComponents(b, shared + 1))
+   while (shared < most && isSame(firstComponents(a, shared + 1), firstComponents(b, shared + 1)))
       ++shared;
    return shared;
 }
 
 /** Whether `name` lies in the object called `prefix`. */
 constexpr bool isWithin(std::string_view name, std::string_view prefix) {
-   return name.size() > prefix.size() && name[prefix.size()] == '.' && name.starts_with(prefix);
+   return name.size() > prefix.size() && name[prefix.size()] == '.' &&
+          isSame(name.substr(0, prefix.size()), prefix);
 }
 
 /** Checks the name of a field against itself and those before it. */
@@ -88,15 +92,19 @@ constexpr FormatError checkName(const Field* fields, size_t index) {
    const std::string_view name = fields[index].name;
    if (name.empty())
       return FormatError::none;
-   if (name.front() == '.' || name.back() == '.' || name.find("..") != name.npos)
-      return FormatError::emptyComponent;
+   for (size_t begin = 0; begin <= name.size();) {
+      const size_t dot = std::min(findIn(name, '.', begin), name.size());
+      if (dot == begin)
+         return FormatError::emptyComponent;
+      begin = dot + 1;
+   }
    if (!isPlainName(name))
       return FormatError::nameNeedsEscaping;
    for (size_t i = 0; i < index; ++i) {
       const std::string_view other = fields[i].name;
       if (other.empty())
          continue;
-      if (other == name)
+      if (isSame(other, name))
          return FormatError::nameTwice;
       if (isWithin(name, other) || isWithin(other, name))
          return FormatError::nameIsPrefix;
@@ -110,11 +118,11 @@ constexpr FormatError checkName(const Field* fields, size_t index) {
 
 /** Reads what stands between the braces of a field. */
 constexpr FormatError parseField(std::string_view inside, Field& field) {
-   const size_t styleAt = inside.find(':');
+   const size_t styleAt = findIn(inside, ':');
    const std::string_view front = inside.substr(0, styleAt);
-   const size_t headingAt = front.find('=');
+   const size_t headingAt = findIn(front, '=');
    field.name = front.substr(0, headingAt);
-   if (field.name.ends_with('!')) {
+   if (!field.name.empty() && field.name[field.name.size() - 1] == '!') {
       field.jsonOnly = true;
       field.name.remove_suffix(1);
    }
@@ -146,11 +154,11 @@ constexpr FormatError parseFormat(std::string_view format, char* text, Field* fi
       }
       if (c == '}')
          return FormatError::braceNotOpened;
-      const size_t end = format.find('}', at);
+      const size_t end = findIn(format, '}', at);
       if (end == format.npos)
          return FormatError::braceLeftOpen;
       const std::string_view inside = format.substr(at, end - at);
-      if (inside.find('{') != inside.npos)
+      if (isIn(inside, '{'))
          return FormatError::braceInField;
       Field& field = fields[count];
       field.textEnd = textEnd;
@@ -247,7 +255,7 @@ class Name {
    consteval Name(const char (&literal)[Size]) : text_(literal, Size - 1) {
       if (text_.empty())
          aNameIsEmpty();
-      if (text_.find('.') != text_.npos)
+      if (detail::isIn(text_, '.'))
          aNameHasADot();
       if (!detail::isPlainName(text_))
          aNameHoldsWhatJsonWouldHaveToEscape();

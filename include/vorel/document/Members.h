@@ -51,7 +51,7 @@ struct Keys {
       for (size_t i = 0; i < count; ++i) {
          const std::string_view name = fields[i].name;
          for (size_t begin = 0; begin < name.size();) {
-            const size_t dot = std::min(name.find('.', begin), name.size());
+            const size_t dot = std::min(findIn(name, '.', begin), name.size());
             put("\"");
             put(name.substr(begin, dot - begin));
             put(dot == name.size() ? "\":" : "\":{");

@@ -47,7 +47,7 @@ constexpr int parseCount(std::string_view& text) {
 
 /** Takes what is one of `choices` off the front of `text`; NUL if nothing is. */
 constexpr char takeOneOf(std::string_view& text, std::string_view choices) {
-   if (text.empty() || choices.find(text[0]) == choices.npos)
+   if (text.empty() || !isIn(choices, text[0]))
       return '\0';
    const char taken = text[0];
    text.remove_prefix(1);
@@ -86,7 +86,7 @@ constexpr bool parseStyle(std::string_view text, Style& style) {
 /** Whether a style can be that of a text of this kind. */
 constexpr bool styleFits(const Style& style, TextKind kind) {
    const auto typeIsIn = [&style](std::string_view types) {
-      return style.type == '\0' || types.find(style.type) != types.npos;
+      return style.type == '\0' || isIn(types, style.type);
    };
    const bool numeric = style.sign != '\0' || style.alternate || style.zero;
    switch (kind) {

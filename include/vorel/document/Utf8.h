@@ -2,8 +2,32 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace vorel::detail {
+
+// Looking into text while the program is compiled. Not the functions of std::string_view: they pass
+// characters by reference, and g++ with -fsanitize=undefined takes the address of a character in a
+// literal for no constant.
+
+/** The first place of `c` from `begin` on; npos if there is none. */
+constexpr size_t findIn(std::string_view text, char c, size_t begin = 0) {
+   for (size_t i = begin; i < text.size(); ++i)
+      if (text.data()[i] == c)
+         return i;
+   return std::string_view::npos;
+}
+constexpr bool isIn(std::string_view text, char c) {
+   return findIn(text, c) != std::string_view::npos;
+}
+constexpr bool isSame(std::string_view a, std::string_view b) {
+   if (a.size() != b.size())
+      return false;
+   for (size_t i = 0; i < a.size(); ++i)
+      if (a.data()[i] != b.data()[i])
+         return false;
+   return true;
+}
 
 /** A character as UTF-8 encodes it. */
 struct Character {
