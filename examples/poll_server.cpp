@@ -4,8 +4,8 @@
 //    echo "show mounts json" | nc -NU /tmp/answers
 //
 // A client sends lines and gets an answer for each, in their order; "help" tells what it can say.
-// An answer begins with a header of 14 bytes: "ok" or "no", a space, the length of what follows as
-// ten digits, and a newline. What follows a "no" is one line that says why.
+// An answer begins with 14 bytes: "ok" or "no", a space, the length of what follows as ten digits,
+// and a newline. What follows a "no" is one line that says why.
 
 #include <malloc.h>
 #include <poll.h>
@@ -28,9 +28,11 @@
 #include <vector>
 
 #include <vorel/buffers/NonBlockingCliTxnBuffer.h>
+#include <vorel/document/Document.h>
 #include <vorel/plain/PlainC.h>
 #include <vorel/render/Renderer.h>
-#include "show/Commands.h"
+#include "commands/Commands.h"
+using namespace vorel::literals;
 
 namespace {
 
@@ -58,8 +60,8 @@ class Fd {
    int fd_;
 };
 
-void showHelp(vorel::Renderer& out) {
-   out.addFrills("help\nshow interfaces|processes|mounts [text|json]\n");
+void showHelp(vorel::Object doc) {
+   doc.text("help\nshow {} [text|json]\n"_f, commandNames());
 }
 
 /** The lines that a client has sent, and the answers that it has not taken yet. Nothing blocks. */
@@ -126,7 +128,7 @@ class Client {
             throw std::invalid_argument("unknown command, try help");
          answer("ok", outputFormat, body);
       } catch (const std::exception& failure) {
-         const auto body = [&](vorel::Renderer& out) { out.addFrills("%s\n", failure.what()); };
+         const auto body = [&](vorel::Object doc) { doc.text("{}\n"_f, failure.what()); };
          answer("no", vorel::outputFormatText, body);
       }
    }
@@ -139,7 +141,7 @@ class Client {
       const auto& header = output_.reserve(kHeaderSize);
       const size_t before = output_.usedSpace();
       vorel::Renderer renderer(format, &output_, true);
-      body(renderer);
+      vorel::document(renderer, body);
       char text[32];
       std::snprintf(text, sizeof text, "%s %010zu\n", outcome, output_.usedSpace() - before);
       std::copy_n(text, kHeaderSize, header.start);

@@ -6,14 +6,14 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <string_view>
 
+#include <vorel/document/Document.h>
 #include <vorel/plain/PlainC.h>
 #include <vorel/render/Printer.h>
-#include "Commands.h"
 #include "ControlC.h"
+#include "commands/Commands.h"
 
 namespace {
 
@@ -23,29 +23,29 @@ constexpr int kUsage = 2;
 constexpr int kControlC = 128 + SIGINT;
 constexpr int kReaderGone = 128 + SIGPIPE;
 
-int cannotWrite(int error) {
-   std::fprintf(stderr, "show: cannot write: %s\n", std::strerror(error));
+int cannotWrite(const char* reason) {
+   std::fprintf(stderr, "show: %s\n", reason);
    return kFailed;
 }
 
 /** Prints the command's document on standard output; the result is the exit status. */
 int run(Command command, vorel::OutputFormat_t format) {
    const ControlC controlC;
-   vorel::Printer out(STDOUT_FILENO, format, true, false, true, 0);
+   vorel::PrinterConfig config;
+   vorel::initPrinterConfig(config, STDOUT_FILENO, format);
    try {
-      command(out);
-      out.ioflush();  // here and not in the printer's destructor, which would hide a failure
+      vorel::Printer out(config);
+      vorel::document(out, command);
       return 0;
-   } catch (const vorel::SigIntException&) {
-      const int error = errno;  // why the write failed, if one did
-      if (controlC.pressed())
-         return kControlC;
-      return error == EPIPE ? kReaderGone : cannotWrite(error);
+   } catch (const vorel::WriteError& failure) {
+      return failure.error() == EPIPE ? kReaderGone : cannotWrite(failure.what());
+   } catch (const vorel::SigIntException& interruption) {
+      return controlC.pressed() ? kControlC : cannotWrite(interruption.what());
    }
 }
 
 int usage() {
-   std::fputs("usage: show interfaces|processes|mounts [--format text|json]\n", stderr);
+   std::fprintf(stderr, "usage: show %s [--format text|json]\n", commandNames().c_str());
    return kUsage;
 }
 
@@ -65,7 +65,7 @@ int main(int argc, char** argv) {
 
    // If standard output is closed, the next file to be opened would take its place.
    if (fcntl(STDOUT_FILENO, F_GETFD) == -1)
-      return cannotWrite(errno);
+      return cannotWrite(vorel::WriteError(errno).what());
 
    try {
       return run(command, format);

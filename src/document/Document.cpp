@@ -34,9 +34,10 @@ void Document::end() {
    try {
       raiseSigIntIfNeeded();
       output_.closeDocument();
-      PrintBuffer& buffer = *output_.renderer().buffer;
-      if (dynamic_cast<NonBlockingCliTxnBuffer*>(&buffer) == nullptr)
-         buffer.flush();
+      Renderer& out = output_.renderer();
+      const auto* const unsent = dynamic_cast<NonBlockingCliTxnBuffer*>(out.buffer);
+      if (unsent == nullptr)  // otherwise its owner sends
+         out.ioflush();
    } catch (const SigIntException&) {
       detail::rethrow();
    }

@@ -107,9 +107,8 @@ bool isGeneral(char type) {
 
 /** The digits that a style asks for; -1 for as many as it takes. */
 int precisionOf(const Style& style, char type) {
-   if (style.precision < 0)
-      return type == '\0' || type == 'a' ? -1 : 6;
-   return style.precision == 0 && isGeneral(type) ? 1 : style.precision;
+   const bool asItTakes = type == '\0' || type == 'a';
+   return style.precision >= 0 || asItTakes ? style.precision : 6;
 }
 
 /** A number with as many digits after the point. */

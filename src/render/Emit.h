@@ -8,9 +8,9 @@
 #include <string_view>
 
 #include <vorel/render/Renderer.h>
+#include <vorel/text/Number.h>
 #include "text/Copy.h"
 #include "text/DirectFormat.h"
-#include <vorel/text/Number.h>
 
 // The primitives that all output of a renderer goes through. A piece is a text that is written as
 // a whole; it fits the write area when it leaves at least one byte free, as a formatter's text does

@@ -7,9 +7,9 @@
 #include <cstring>
 #include <string_view>
 
+#include <vorel/text/Number.h>
 #include "text/Conversion.h"
 #include "text/Copy.h"
-#include <vorel/text/Number.h>
 
 // printf's plain conversions, made in place in one pass: s c d i u x X o, with l or ll before all
 // of these but c, s and o, f and F within the exact range, and %%. The text is the C library's,

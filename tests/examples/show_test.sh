@@ -34,7 +34,13 @@ json processes '([.states[]] | add) == (.processes | length) and (.processes[$pi
 text processes "^ *$pid +$$ "$'.*  q"b\\\\\\?\\?\xc3\xa9\xe2\x82\xac\\?\\?\\?$'
 kill $pid
 
-for arguments in "" routes "mounts --format xml" "mounts --format"; do
+json routes '.routes | all(.destination.address != null and (.metric | type) == "number")'
+json sockets '.sockets | all((.protocol == "udp") == (has("state") | not) and .local.port >= 0)'
+json disks '[.disks[].name] == $ARGS.positional and (.disks | all(.reads.bytes >= 0))' \
+   --args $(awk '{ print $3 }' /proc/diskstats)
+text disks '^Name +Bytes +Reads +Read bytes'
+
+for arguments in "" router "mounts --format xml" "mounts --format"; do
    expect_status 2 usage: "$show" $arguments
 done
 expect_status 1 "show: cannot write: No space left on device" "$show" mounts >/dev/full

@@ -120,9 +120,9 @@ double takeDouble(Input& input) {
       case 1:  // where exponents begin to be written, and where rounding makes a digit more
          return std::bit_cast<double>(std::bit_cast<uint64_t>(power) + bits % 3 - 1);
       case 2:
-         return bits % 3 == 0 ? NAN : bits % 3 == 1 ? -HUGE_VAL : -0.0;
+         return std::vector<double>{NAN, -HUGE_VAL, -0.0, 9.9e-5}[bits % 4];
       default:  // few digits
-         return -static_cast<double>(bits >> input.below(64)) * power;
+         return -static_cast<double>(bits >> input.below(64)) / power;
    }
 }
 

@@ -428,11 +428,12 @@ TEST_F(EveryFailure, AndAMarkEndAWriteButNotThatOfTheDestructor) {
                 {true, false, false, "abcd", false},  {true, true, true, "abcd", false}};
    for (const auto& [destroying, mark, part, written, throws] : cases) {
       std::string taken;
-      const Faults faults({{Fault::kWrite, 0, 0, part ? 2U : 4U}}, [&](std::string_view data) {
-         taken += data;
-         if (mark)
-            setInterrupted();
-      });
+      const Faults faults({{Fault::kWrite, 0, 0, part ? 2U : 4U}},
+                          [&, marks = mark](std::string_view data) {
+                             taken += data;
+                             if (marks)
+                                setInterrupted();
+                          });
       const int flushes = vorel_ioFlushCount;
       bool threw = false;
       try {

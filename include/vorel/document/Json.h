@@ -54,7 +54,8 @@ template <size_t Size>
    return out + (Size - 1);
 }
 [[gnu::always_inline]] inline char* putBytes(char* out, std::string_view text) {
-   std::memcpy(out, text.data(), text.size());
+   if (!text.empty())  // whose place may be null
+      std::memcpy(out, text.data(), text.size());
    return out + text.size();
 }
 

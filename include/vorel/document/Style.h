@@ -95,7 +95,6 @@ constexpr bool styleFits(const Style& style, TextKind kind) {
       case TextKind::floating:
          return typeIsIn("aAeEfFgG");
       case TextKind::string:
-         return typeIsIn("s") && !numeric;
       case TextKind::boolean:
          return typeIsIn("s") && !numeric;
       case TextKind::character:

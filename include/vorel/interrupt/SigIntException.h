@@ -39,8 +39,8 @@ void resetInterrupted();
 /** Throws SigIntException when the calling thread is interrupted; the flag stays. */
 void raiseSigIntIfNeeded();
 
-/** The errno of the calling thread's last failed write since its flag was last reset, by whomever; 0
- * if there was none, or if a signal ended it (EINTR). */
+/** The errno of the calling thread's last failed write since its flag was last reset, by whomever;
+ * 0 if there was none, or if a signal ended it (EINTR). */
 int writeError();
 
 namespace detail {

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <map>
@@ -10,8 +9,8 @@
 #include <vector>
 
 #include "Commands.h"
-#include "Counts.h"
-#include "SafeText.h"
+
+using namespace vorel::literals;
 
 namespace {
 
@@ -64,50 +63,23 @@ std::map<std::string, Mount> readMounts() {
    return mounts;
 }
 
-void showMount(vorel::Renderer& out, const std::string& point, const Mount& mount, int width) {
-   const std::string key = jsonText(point);
-   const vorel::Attr32Info keyInfo("", key.c_str());
-   out.startDictEntry(keyInfo);
-   if (out.format == vorel::outputFormatText) {
-      out.addAttributes("%-*s %-12s %-16s ", 3, width, terminalText(point).c_str(),
-                        terminalText(mount.type).c_str(), terminalText(mount.source).c_str());
-   } else {
-      const std::string source = jsonText(mount.source);
-      const std::string type = jsonText(mount.type);
-      const vorel::Attr32Info sourceInfo("source", source.c_str());
-      const vorel::Attr32Info typeInfo("type", type.c_str());
-      out.addAttributes("", 2, &sourceInfo, &typeInfo);
-   }
-   out.startList("options");
-   for (const std::string& option : mount.options) {
-      const std::string value = jsonText(option);
-      const vorel::Attr32Info valueInfo("", value.c_str());
-      out.addFrills(" %s", terminalText(option).c_str());
-      out.addAttributesJson(1, &valueInfo);
-   }
-   out.endList();
-   out.addFrills("\n");
-   out.endDictEntry();
-}
+constexpr auto kRow = "{=Mounted on:<24} {type=Type:<12} {source=Source:<16} {options=Options}\n"_f;
 
 }  // namespace
 
-void showMounts(vorel::Renderer& out) {
+void showMounts(vorel::Object doc) {
    const std::map<std::string, Mount> mounts = readMounts();
-   Counts types;
-   size_t width = std::string_view("Mounted on").size();
+   std::map<std::string, int> types;
+
+   doc.text("Mounted file systems\n\n");
+   const auto dict = doc.dict("mounts");
+   dict.heading(kRow);
    for (const auto& [point, mount] : mounts) {
-      width = std::max(width, terminalText(point).size());
+      dict.row(kRow, point, mount.type, mount.source, mount.options);
       ++types[mount.type];
    }
-   out.start();
-   out.addFrills("Mounted file systems\n\n");
-   out.addFrills("%-*s %-12s %-16s  %s\n", static_cast<int>(width), "Mounted on", "Type", "Source",
-                 "Options");
-   out.startDict("mounts");
-   for (const auto& [point, mount] : mounts)
-      showMount(out, point, mount, static_cast<int>(width));
-   out.endDict();
-   showCounts(out, "types", "Type", types);
-   out.end();
+   doc.text("\nType                  Count\n");
+   const auto counts = doc.dict("types");
+   for (const auto& [type, count] : types)
+      counts.print("{:<20} {:>6}\n"_f, type, count);
 }

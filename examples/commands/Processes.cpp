@@ -2,17 +2,17 @@
 
 #include <array>
 #include <charconv>
-#include <cinttypes>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <optional>
 #include <set>
 #include <sstream>
 #include <string>
 
 #include "Commands.h"
-#include "Counts.h"
-#include "SafeText.h"
+
+using namespace vorel::literals;
 
 namespace {
 
@@ -90,44 +90,27 @@ std::optional<Process> readProcess(int32_t pid) {
                   ticks / static_cast<double>(sysconf(_SC_CLK_TCK))};
 }
 
-void showProcess(vorel::Renderer& out, const Process& process) {
-   const vorel::Attr32Info key("", process.pid);
-   out.startDictEntry(key);
-   if (out.format == vorel::outputFormatText) {
-      out.addAttributes("%8" PRId32 " %8" PRId32 " %-8s %7" PRIu32 " %12" PRIu64 " %12.2f  %s\n", 7,
-                        process.pid, process.parent, process.state.c_str(), process.threads,
-                        process.residentBytes / 1024, process.cpuSeconds,
-                        terminalText(process.name).c_str());
-   } else {
-      const std::string name = jsonText(process.name);
-      const vorel::Attr32Info nameInfo("name", name.c_str());
-      const vorel::Attr32Info stateInfo("state", process.state.c_str());
-      const vorel::Attr32Info parentInfo("parent", process.parent);
-      const vorel::Attr32Info threadsInfo("threads", process.threads);
-      const vorel::Attr64Info residentInfo("residentBytes", process.residentBytes);
-      const vorel::Attr64Info cpuInfo("cpuSeconds", process.cpuSeconds);
-      out.addAttributes("", 6, &nameInfo, &stateInfo, &parentInfo, &threadsInfo, &residentInfo,
-                        &cpuInfo);
-   }
-   out.endDictEntry();
-}
+constexpr auto kRow =
+      "{=PID:>8} {parent=Parent:>8} {state=State:<8} {threads=Threads:>7} "
+      "{residentBytes=Resident KiB:>12} {cpuSeconds=CPU seconds:>12.2f}  {name=Name}\n"_f;
 
 }  // namespace
 
-void showProcesses(vorel::Renderer& out) {
-   Counts states;
-   out.start();
-   out.addFrills("Processes\n\n");
-   out.addFrills("%8s %8s %-8s %7s %12s %12s  %s\n", "PID", "Parent", "State", "Threads",
-                 "Resident KiB", "CPU seconds", "Name");
-   out.startDict("processes");
+void showProcesses(vorel::Object doc) {
+   std::map<std::string, int> states;
+
+   doc.text("Processes\n\n");
+   const auto dict = doc.dict("processes");
+   dict.heading(kRow);
    for (const int32_t pid : listProcesses()) {
-      if (const std::optional<Process> process = readProcess(pid)) {
-         showProcess(out, *process);
-         ++states[process->state];
+      if (const auto p = readProcess(pid)) {
+         dict.row(kRow, pid, p->parent, p->state, p->threads,
+                  vorel::as(p->residentBytes, p->residentBytes / 1024), p->cpuSeconds, p->name);
+         ++states[p->state];
       }
    }
-   out.endDict();
-   showCounts(out, "states", "State", states);
-   out.end();
+   doc.text("\nState                 Count\n");
+   const auto counts = doc.dict("states");
+   for (const auto& [state, count] : states)
+      counts.print("{:<20} {:>6}\n"_f, state, count);
 }
