@@ -28,7 +28,7 @@ class DurationText {
 }  // namespace detail
 
 namespace detail {
-/** A std::chrono::duration. Known by what it has, since <chrono> takes long to compile. */
+/** A std::chrono::duration. Known by what it has, since its header takes long to compile. */
 template <class T>
 concept Duration = requires(const T& value) {
    typename T::rep;
