@@ -40,6 +40,7 @@ TEST(PlainC, FunctionsCallWhatTheirNamesSay) {
                "write \"k\":", "write {",           "write }",        "write }", "flush",
                "write }",      "write \n",          "write Title:\n", "flush",   "write end"}));
 
+   setInterruptedForTest();
    vorel_Renderer* const printer = initPrinter(1, outputFormatText);
    EXPECT_FALSE(isInterrupted());
    EXPECT_FALSE(printer->buffered);

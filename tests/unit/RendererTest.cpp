@@ -130,7 +130,7 @@ TEST(Renderer, APieceThatFailsIsNotWrittenAndMarksTheThread) {
       expectInterrupted([&] { to.addFrills("ab%ls", foreign); });
       expectInterrupted([&] { to.addAttributes("ab%ls", 1, foreign); });
       EXPECT_EQ(buffer.calls, Calls{});
-      expectInterrupted([&] { to.addArgs("a%d|b%ls|c%d", 1, foreign, 2); });
+      expectInterrupted([&] { to.addArgs("a%d|b%lc|c%d", 1, *foreign, 2); });
       expectInterrupted([&] { to.addArgs("%d%99999999999d", 1, 2); });
       expectInterrupted([&] { to.addArgs("%d|%.2147483648f%d", 1, floatArg(1), 2); });
       EXPECT_EQ(buffer.output(), "a111");
@@ -176,9 +176,9 @@ TEST(Renderer, APieceBeyondIntMaxFailsToo) {
       fails([&] { to.addArgs("%d %s", &good, &text); });
       // Without a count, only a failure of the last item is noticed.
       to.addArgs("%s %d", &text, &good);
-      EXPECT_EQ(buffer.output(), R"("a":1,,,"a":1)");
       to.format = outputFormatText;
       fails([&] { to.addArgs(giant.get()); });
+      EXPECT_TRUE(buffer.output() == R"("a":1,,,"a":1)");
    }
 }
 
@@ -196,11 +196,11 @@ TEST(Renderer, ADecimalCommaOfTheProcessStaysOutOfJson) {
    const Attr32Info a("a", 1234567.5F);
    const Attr64Info b("", -1e18);
    Renderer(outputFormatJson, &buffer, true).addAttributesJson(2, &a, &b);
-   Renderer(outputFormatText, &buffer, true).addAttributes(" %.1f", 1, 1.5);
+   Renderer(outputFormatText, &buffer, true).addAttributes(" %.1f %'d", 2, 1.5, 1234);
    std::setlocale(LC_NUMERIC, "C");
    unsetenv("LOCPATH");
    fs::remove_all(folder);
-   EXPECT_EQ(buffer.output(), "\"a\":1234567.500000,-1000000000000000000.000000 1,5");
+   EXPECT_EQ(buffer.output(), "\"a\":1234567.500000,-1000000000000000000.000000 1,5 1.234");
 }
 
 TEST(Renderer, PrintersAreBuiltAsTheyAreConfigured) {
