@@ -30,7 +30,6 @@
 #include <vorel/buffers/NonBlockingCliTxnBuffer.h>
 #include <vorel/document/Document.h>
 #include <vorel/plain/PlainC.h>
-#include <vorel/render/Renderer.h>
 #include "commands/Commands.h"
 using namespace vorel::literals;
 
