@@ -196,7 +196,9 @@ TEST(Renderer, ADecimalCommaOfTheProcessStaysOutOfJson) {
    const Attr32Info a("a", 1234567.5F);
    const Attr64Info b("", -1e18);
    Renderer(outputFormatJson, &buffer, true).addAttributesJson(2, &a, &b);
-   Renderer(outputFormatText, &buffer, true).addAttributes(" %.1f %'d", 2, 1.5, 1234);
+   Renderer text(outputFormatText, &buffer, true);
+   text.addAttributes(" %.1f", 1, 1.5);
+   text.addAttributes(" %'d", 1, 1234);
    std::setlocale(LC_NUMERIC, "C");
    unsetenv("LOCPATH");
    fs::remove_all(folder);
